@@ -1,0 +1,100 @@
+// The library's exports, one row each, in byte-wise ascending order of their names. This order
+// is the row order of the dispatch table. Every piece of the frame that has to name all exports
+// (kernel declarations, the table, the exported forwarders, the symbol test) expands this list,
+// so adding a row here is all it takes to wire a new kernel in.
+//
+// X(Name, Columns, ReturnType, (parameters), (arguments))
+//   Name     the export without its "vtqr" prefix; the kernels are vtqr::u8::Name and
+//            vtqr::n8::Name.
+//   Columns  SHARED: u8's implementation serves both columns; DISTINCT: n8 has its own build.
+#ifndef VTQR_FRAME_EXPORTS_H_
+#define VTQR_FRAME_EXPORTS_H_
+
+#include "vtqr.h"
+
+// clang-format off
+#define VTQR_FOR_EACH_EXPORT(X)                                                                  \
+  X(AddMulMul_32f_AC1P3IM, SHARED, VtqStatus,                                                    \
+    (const Vtq32f pScale[3], const Vtq32f* pSrc, const Vtq32f* const pSrc2[3],                   \
+     const Vtq32s* pMask, Vtq32f* const pSrcDst[3], int len),                                    \
+    (pScale, pSrc, pSrc2, pMask, pSrcDst, len))                                                  \
+  X(CastReflectionRay_32f, SHARED, VtqStatus,                                                    \
+    (const Vtq32f* const pIncident[3], const Vtq32s* pMask, const Vtq32f* const pNormal[3],      \
+     Vtq32f* const pDst[3], int len),                                                            \
+    (pIncident, pMask, pNormal, pDst, len))                                                      \
+  X(CastShadowSO_32f, SHARED, VtqStatus,                                                         \
+    (const Vtq32f pLightPos[3], const Vtq32f* pEyeDot, const Vtq32f* const pNormal[3],           \
+     const Vtq32f* const pHitPoint[3], Vtq32s* pMask, Vtq32f* pDstDot, Vtq32f* const pDstDir[3], \
+     int len),                                                                                   \
+    (pLightPos, pEyeDot, pNormal, pHitPoint, pMask, pDstDot, pDstDir, len))                      \
+  X(DistAttenuationSO_32f_M, SHARED, VtqStatus,                                                  \
+    (const Vtq32f pPoint[3], const Vtq32f* const pPos[3], const Vtq32s* pMask, Vtq32f* pDst,     \
+     int len),                                                                                   \
+    (pPoint, pPos, pMask, pDst, len))                                                            \
+  X(Div_32f_C1IM, SHARED, VtqStatus,                                                             \
+    (const Vtq32f* pSrc, const Vtq32s* pMask, Vtq32f* pSrcDst, int len),                         \
+    (pSrc, pMask, pSrcDst, len))                                                                 \
+  X(DotChangeNorm_32f_IM, DISTINCT, VtqStatus,                                                   \
+    (const Vtq32f* const pSrc[3], const Vtq32s* pMask, Vtq32f* const pSrcDst[3], Vtq32f* pDst,   \
+     int len),                                                                                   \
+    (pSrc, pMask, pSrcDst, pDst, len))                                                           \
+  X(Dot_32f_P3C1M, SHARED, VtqStatus,                                                            \
+    (const Vtq32f* const pSrc1[3], const Vtq32f* const pSrc2[3], const Vtq32s* pMask,            \
+     Vtq32f* pDst, int len),                                                                     \
+    (pSrc1, pSrc2, pMask, pDst, len))                                                            \
+  X(GetLibVersion, DISTINCT, const VtqLibVersion*, (void), ())                                   \
+  X(KDTreeBuildAlloc, SHARED, VtqStatus,                                                         \
+    (VtqrKDTreeNode** ppTree, const Vtq32f* pVert, const Vtq32s* pTriIndex, int vertCount,       \
+     int triCount, int* pTreeSize, const VtqrKDTreeBuildParams* pParams),                        \
+    (ppTree, pVert, pTriIndex, vertCount, triCount, pTreeSize, pParams))                         \
+  X(KDTreeFree, SHARED, VtqStatus, (VtqrKDTreeNode* pTree), (pTree))                             \
+  X(Mul_32f_C1IM, DISTINCT, VtqStatus,                                                           \
+    (const Vtq32f* pSrc, const Vtq32s* pMask, Vtq32f* pSrcDst, int len),                         \
+    (pSrc, pMask, pSrcDst, len))                                                                 \
+  X(Mul_32f_C1P3IM, DISTINCT, VtqStatus,                                                         \
+    (const Vtq32f* pSrc, const Vtq32s* pMask, Vtq32f* const pSrcDst[3], int len),                \
+    (pSrc, pMask, pSrcDst, len))                                                                 \
+  X(SHBand_32f, SHARED, VtqStatus,                                                               \
+    (const Vtq32f* pX, const Vtq32f* pY, const Vtq32f* pZ, int n, Vtq32f* pDst, Vtq32u band),    \
+    (pX, pY, pZ, n, pDst, band))                                                                 \
+  X(SHGetSize_32f, SHARED, VtqStatus, (Vtq32u order, int method, Vtq32u* pSize),                 \
+    (order, method, pSize))                                                                      \
+  X(SHInit_32f, SHARED, VtqStatus, (VtqrSHState* pState, Vtq32u order, int method),              \
+    (pState, order, method))                                                                     \
+  X(SHTFwd_32f_C1I, SHARED, VtqStatus,                                                           \
+    (const Vtq32f* pX, const Vtq32f* pY, const Vtq32f* pZ, const Vtq32f* pSrc, int n,            \
+     Vtq32f* pSrcDst, Vtq32u order, const VtqrSHState* pState),                                  \
+    (pX, pY, pZ, pSrc, n, pSrcDst, order, pState))                                               \
+  X(SHTFwd_32f_C3P3I, SHARED, VtqStatus,                                                         \
+    (const Vtq32f* pX, const Vtq32f* pY, const Vtq32f* pZ, const Vtq32f* pSrc, int n,            \
+     Vtq32f* const pSrcDst[3], Vtq32u order, const VtqrSHState* pState),                         \
+    (pX, pY, pZ, pSrc, n, pSrcDst, order, pState))                                               \
+  X(SHTFwd_32f_P3I, SHARED, VtqStatus,                                                           \
+    (const Vtq32f* pX, const Vtq32f* pY, const Vtq32f* pZ, const Vtq32f* const pSrc[3], int n,   \
+     Vtq32f* const pSrcDst[3], Vtq32u order, const VtqrSHState* pState),                         \
+    (pX, pY, pZ, pSrc, n, pSrcDst, order, pState))                                               \
+  X(SHTInv_32f_C1, SHARED, VtqStatus,                                                            \
+    (const Vtq32f* pSrc, Vtq32u order, const Vtq32f* pX, const Vtq32f* pY, const Vtq32f* pZ,     \
+     Vtq32f* pDst, int n, const VtqrSHState* pState),                                            \
+    (pSrc, order, pX, pY, pZ, pDst, n, pState))                                                  \
+  X(SHTInv_32f_P3, SHARED, VtqStatus,                                                            \
+    (const Vtq32f* const pSrc[3], Vtq32u order, const Vtq32f* pX, const Vtq32f* pY,              \
+     const Vtq32f* pZ, Vtq32f* const pDst[3], int n, const VtqrSHState* pState),                 \
+    (pSrc, order, pX, pY, pZ, pDst, n, pState))                                                  \
+  X(SHTInv_32f_P3C3, SHARED, VtqStatus,                                                          \
+    (const Vtq32f* const pSrc[3], Vtq32u order, const Vtq32f* pX, const Vtq32f* pY,              \
+     const Vtq32f* pZ, Vtq32f* pDst, int n, const VtqrSHState* pState),                          \
+    (pSrc, order, pX, pY, pZ, pDst, n, pState))                                                  \
+  X(SH_32f, SHARED, VtqStatus,                                                                   \
+    (const Vtq32f* pX, const Vtq32f* pY, const Vtq32f* pZ, int n, Vtq32f* pDst, Vtq32u order,    \
+     const VtqrSHState* pState),                                                                 \
+    (pX, pY, pZ, n, pDst, order, pState))                                                        \
+  X(SetBoundBox_32f, SHARED, VtqStatus, (const Vtq32f* pVert, int vertCount, Vtq32f pBound[6]),  \
+    (pVert, vertCount, pBound))                                                                  \
+  X(TriangleAccelGetSize, SHARED, VtqStatus, (Vtq32s* pSize), (pSize))                           \
+  X(TriangleAccelInit, SHARED, VtqStatus,                                                        \
+    (VtqrTriangleAccel* pAccel, const Vtq32f* pVert, const Vtq32s* pTriIndex, int triCount),     \
+    (pAccel, pVert, pTriIndex, triCount))
+// clang-format on
+
+#endif  // VTQR_FRAME_EXPORTS_H_

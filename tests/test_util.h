@@ -1,0 +1,76 @@
+// Helpers shared by the test suites.
+#ifndef VTQR_TESTS_TEST_UTIL_H_
+#define VTQR_TESTS_TEST_UTIL_H_
+
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "frame/dispatch.h"
+
+namespace vtqr::test {
+
+// Both columns of the dispatch table, for tests that run every kernel on each path.
+inline constexpr CodePath kBothPaths[] = {kPathU8, kPathN8};
+
+inline const char* PathName(CodePath path) { return path == kPathU8 ? "u8" : "n8"; }
+
+inline uint32_t Bits(float value) { return std::bit_cast<uint32_t>(value); }
+inline float FromBits(uint32_t bits) { return std::bit_cast<float>(bits); }
+
+// A float pattern no kernel produces by accident: written before a call whose failed check
+// must leave the output untouched.
+inline constexpr uint32_t kSentinelBits = 0x7FA5A5A5;  // a signalling-NaN payload
+inline float Sentinel() { return FromBits(kSentinelBits); }
+
+// Bit-exact comparison of two float arrays, reporting the first mismatching element.
+inline ::testing::AssertionResult SameBits(const float* expected, const float* actual,
+                                           size_t count) {
+  for (size_t i = 0; i < count; ++i) {
+    if (Bits(expected[i]) != Bits(actual[i])) {
+      return ::testing::AssertionFailure()
+             << "element " << i << ": expected " << expected[i] << " (0x" << std::hex
+             << Bits(expected[i]) << "), got " << actual[i] << " (0x" << Bits(actual[i]) << ")";
+    }
+  }
+  return ::testing::AssertionSuccess();
+}
+
+// A float buffer with a chosen misalignment from a 64-byte boundary, for driving kernels down
+// their aligned and unaligned paths. Elements past `size` are padding, never handed out.
+class AlignedFloats {
+ public:
+  AlignedFloats(size_t size, size_t offsetFloats = 0)
+      : storage_(size + offsetFloats + 16), size_(size) {
+    auto address = reinterpret_cast<uintptr_t>(storage_.data());
+    size_t skip = ((64 - address % 64) % 64) / sizeof(float) + offsetFloats;
+    data_ = storage_.data() + skip;
+  }
+  float* data() { return data_; }
+  const float* data() const { return data_; }
+  size_t size() const { return size_; }
+  float& operator[](size_t i) { return data_[i]; }
+  float* begin() { return data_; }
+  float* end() { return data_ + size_; }
+
+ private:
+  std::vector<float> storage_;
+  float* data_;
+  size_t size_;
+};
+
+// Path of a mesh in the shared data folder, or empty when the folder is absent.
+inline std::string SharedDataFile(const char* name) {
+  std::filesystem::path path = std::filesystem::path(VTQR_SHARED_DATA_DIR) / name;
+  return std::filesystem::exists(path) ? path.string() : std::string();
+}
+
+}  // namespace vtqr::test
+
+#endif  // VTQR_TESTS_TEST_UTIL_H_

@@ -3,7 +3,6 @@
 #include "frame/kernels.h"
 
 VTQR_PATH_BEGIN
-VtqStatus SHBand_32f(const Vtq32f* pX, const Vtq32f* pY, const Vtq32f* pZ, int n, Vtq32f* pDst, Vtq32u band) { return vtqStsErrNullPtr; }
 VtqStatus SHGetSize_32f(Vtq32u order, int method, Vtq32u* pSize) { return vtqStsErrNullPtr; }
 VtqStatus SHInit_32f(VtqrSHState* pState, Vtq32u order, int method) { return vtqStsErrNullPtr; }
 VtqStatus SHTFwd_32f_C1I(const Vtq32f* pX, const Vtq32f* pY, const Vtq32f* pZ, const Vtq32f* pSrc, int n, Vtq32f* pSrcDst, Vtq32u order, const VtqrSHState* pState) { return vtqStsErrNullPtr; }

@@ -5,7 +5,4 @@
 VTQR_PATH_BEGIN
 VtqStatus KDTreeBuildAlloc(VtqrKDTreeNode** ppTree, const Vtq32f* pVert, const Vtq32s* pTriIndex, int vertCount, int triCount, int* pTreeSize, const VtqrKDTreeBuildParams* pParams) { return vtqStsErrNullPtr; }
 VtqStatus KDTreeFree(VtqrKDTreeNode* pTree) { return vtqStsErrNullPtr; }
-VtqStatus SetBoundBox_32f(const Vtq32f* pVert, int vertCount, Vtq32f pBound[6]) { return vtqStsErrNullPtr; }
-VtqStatus TriangleAccelGetSize(Vtq32s* pSize) { return vtqStsErrNullPtr; }
-VtqStatus TriangleAccelInit(VtqrTriangleAccel* pAccel, const Vtq32f* pVert, const Vtq32s* pTriIndex, int triCount) { return vtqStsErrNullPtr; }
 VTQR_PATH_END

@@ -1,7 +1,8 @@
 // The threading rule every parallel kernel follows: one OpenMP region with ownGetNumThreads()
 // threads, the outer loop split statically into even contiguous chunks, one per thread. Called
-// from inside another parallel region, OpenMP declines to nest and the whole loop runs on the
-// calling thread with the same results.
+// from inside another parallel region, the whole loop runs on the calling thread with the same
+// results: the caller already owns the machine's threads, and nesting would oversubscribe it
+// even where the application has enabled nested parallelism.
 #ifndef VTQR_FRAME_PARALLEL_H_
 #define VTQR_FRAME_PARALLEL_H_
 
@@ -23,7 +24,7 @@ enum class Fork {
 template <class Body>
 void ParallelChunks(int64_t count, Fork fork, Body&& body) {
   const int requested = ownGetNumThreads();
-  const bool open = fork == Fork::kAlways || requested > 1;
+  const bool open = (fork == Fork::kAlways || requested > 1) && !omp_in_parallel();
 #pragma omp parallel num_threads(requested) if (open)
   {
     const int64_t team = omp_get_num_threads();

@@ -1,0 +1,44 @@
+// The shared libraries export exactly their own names: every row of the dispatch table under
+// its vtqr name from libvtqr.so, and the core API from libvtqcore.so; nothing else leaks out.
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <set>
+#include <string>
+
+#include "frame/exports.h"
+
+namespace {
+
+// Defined dynamic symbols of a shared library, as the dynamic linker sees them.
+std::set<std::string> DynamicSymbols(const std::string& library) {
+  std::set<std::string> names;
+  const std::string command = "nm -D --defined-only --format=posix '" + library + "'";
+  FILE* pipe = popen(command.c_str(), "r");
+  if (pipe == nullptr) return names;
+  char line[512];
+  while (std::fgets(line, sizeof(line), pipe) != nullptr) {
+    std::string entry(line);
+    names.insert(entry.substr(0, entry.find(' ')));
+  }
+  pclose(pipe);
+  return names;
+}
+
+TEST(ExportedSymbols, LibvtqrExportsExactlyTheTableRows) {
+  std::set<std::string> expected;
+#define VTQR_NAME(name, columns, ret, params, args) expected.insert("vtqr" #name);
+  VTQR_FOR_EACH_EXPORT(VTQR_NAME)
+#undef VTQR_NAME
+  EXPECT_EQ(DynamicSymbols(VTQR_LIBRARY_PATH), expected);
+}
+
+TEST(ExportedSymbols, LibvtqcoreExportsExactlyTheCoreApi) {
+  const std::set<std::string> expected = {
+      "vtqGetEnabledCpuFeatures", "vtqSetEnabledCpuFeatures", "vtqMalloc", "vtqFree",
+      "ownGetNumThreads",         "vtqSetNumThreads"};
+  EXPECT_EQ(DynamicSymbols(VTQCORE_LIBRARY_PATH), expected);
+}
+
+}  // namespace

@@ -1,0 +1,120 @@
+// In-place scaling of per-ray values: turning normals to face the ray, and the masked
+// multiplies. These three rows have their own build for the in-order low-power path; the
+// formulas and their order are the same on both paths, only instruction selection differs.
+#include "frame/code_path.h"
+#include "frame/kernels.h"
+#include "raycast/shade_simd.h"
+
+VTQR_PATH_BEGIN
+namespace {
+
+using namespace shade;
+
+// d = ray . n; s = -1 when d > 0, else +1; n *= s and dst = d * s for live rays. A dead ray
+// keeps its normal bit for bit and gets dst = 0. s is applied as a real multiply rather than a
+// sign flip so that the arithmetic is the one the formula names, NaN quieting included.
+template <class Lanes>
+void DotChangeNormRays(const Vtq32f* const ray[3], const Vtq32s* mask, Vtq32f* const n[3],
+                       Vtq32f* dst, int len) {
+  const __m128 one = _mm_set1_ps(1.0f);
+  const __m128 zero = _mm_setzero_ps();
+  for (int i = 0; i < len; i += Lanes::kWidth) {
+    __m128 dead = DeadLanes(Lanes::LoadMask(mask + i));
+    __m128 nx = Lanes::Load(n[0] + i);
+    __m128 ny = Lanes::Load(n[1] + i);
+    __m128 nz = Lanes::Load(n[2] + i);
+    __m128 d = Dot3(Lanes::Load(ray[0] + i), Lanes::Load(ray[1] + i), Lanes::Load(ray[2] + i),
+                    nx, ny, nz);
+    // A NaN d compares false and keeps s = +1.
+    __m128 s = _mm_or_ps(one, _mm_and_ps(_mm_cmpgt_ps(d, zero), SignBits()));
+    Lanes::Store(n[0] + i, Select(dead, nx, _mm_mul_ps(nx, s)));
+    Lanes::Store(n[1] + i, Select(dead, ny, _mm_mul_ps(ny, s)));
+    Lanes::Store(n[2] + i, Select(dead, nz, _mm_mul_ps(nz, s)));
+    Lanes::Store(dst + i, LiveOrZero(dead, _mm_mul_ps(d, s)));
+  }
+}
+
+// 1.0 for live rays, 0.0 for dead ones: the factor m of the masked multiplies.
+inline __m128 LiveFactor(__m128i mask) { return LiveOrZero(DeadLanes(mask), _mm_set1_ps(1.0f)); }
+
+// srcDst = srcDst * src * m over rays [begin, end). A dead ray is multiplied by zero rather
+// than skipped, so infinities and NaNs there turn into NaN and negative values into -0.
+template <class Lanes>
+void MulRays(const Vtq32f* src, const Vtq32s* mask, Vtq32f* srcDst, int begin, int end) {
+  for (int i = begin; i < end; i += Lanes::kWidth) {
+    __m128 m = LiveFactor(Lanes::LoadMask(mask + i));
+    __m128 v = _mm_mul_ps(Lanes::Load(srcDst + i), Lanes::Load(src + i));
+    Lanes::Store(srcDst + i, _mm_mul_ps(v, m));
+  }
+}
+
+// The same for three planes sharing one src and mask; each plane is (p * src) * m.
+template <class Lanes>
+void MulPlanesRays(const Vtq32f* src, const Vtq32s* mask, Vtq32f* const p[3], int begin,
+                   int end) {
+  for (int i = begin; i < end; i += Lanes::kWidth) {
+    __m128 m = LiveFactor(Lanes::LoadMask(mask + i));
+    __m128 s = Lanes::Load(src + i);
+    Lanes::Store(p[0] + i, _mm_mul_ps(_mm_mul_ps(Lanes::Load(p[0] + i), s), m));
+    Lanes::Store(p[1] + i, _mm_mul_ps(_mm_mul_ps(Lanes::Load(p[1] + i), s), m));
+    Lanes::Store(p[2] + i, _mm_mul_ps(_mm_mul_ps(Lanes::Load(p[2] + i), s), m));
+  }
+}
+
+}  // namespace
+
+VtqStatus DotChangeNorm_32f_IM(const Vtq32f* const pSrc[3], const Vtq32s* pMask,
+                               Vtq32f* const pSrcDst[3], Vtq32f* pDst, int len) {
+  if (pSrc == nullptr || pMask == nullptr || pSrcDst == nullptr || pDst == nullptr) {
+    return vtqStsErrNullPtr;
+  }
+  if (len < 1) return vtqStsOk;
+
+  bool aligned = Aligned16(pSrc[0]) && Aligned16(pSrc[1]) && Aligned16(pSrc[2]) &&
+                 Aligned16(pMask) && Aligned16(pSrcDst[0]) && Aligned16(pSrcDst[1]) &&
+                 Aligned16(pSrcDst[2]) && Aligned16(pDst);
+  if (aligned && len % 4 == 0) {
+    DotChangeNormRays<AlignedFour>(pSrc, pMask, pSrcDst, pDst, len);
+  } else {
+    DotChangeNormRays<OneRay>(pSrc, pMask, pSrcDst, pDst, len);
+  }
+  return vtqStsOk;
+}
+
+// No pointer is tested here: a caller passing len < 1 may pass anything.
+VtqStatus Mul_32f_C1IM(const Vtq32f* pSrc, const Vtq32s* pMask, Vtq32f* pSrcDst, int len) {
+  if (len < 1) return vtqStsOk;
+
+  // Single rays up to the destination's 16-byte boundary, then fours, then the tail.
+  int head = RaysToBoundary(pSrcDst, len);
+  int bodyEnd = head + (len - head) / 4 * 4;
+  MulRays<OneRay>(pSrc, pMask, pSrcDst, 0, head);
+  if (Aligned16(pSrc + head) && Aligned16(pMask + head)) {
+    MulRays<AlignedFour>(pSrc, pMask, pSrcDst, head, bodyEnd);
+  } else {
+    MulRays<UnalignedFour>(pSrc, pMask, pSrcDst, head, bodyEnd);
+  }
+  MulRays<OneRay>(pSrc, pMask, pSrcDst, bodyEnd, len);
+  return vtqStsOk;
+}
+
+VtqStatus Mul_32f_C1P3IM(const Vtq32f* pSrc, const Vtq32s* pMask, Vtq32f* const pSrcDst[3],
+                         int len) {
+  if (pSrc == nullptr || pMask == nullptr || pSrcDst == nullptr) return vtqStsErrNullPtr;
+  if (len < 1) return vtqStsOk;
+
+  // The x plane sets the boundary; the planes of one packet usually share their alignment.
+  int head = RaysToBoundary(pSrcDst[0], len);
+  int bodyEnd = head + (len - head) / 4 * 4;
+  MulPlanesRays<OneRay>(pSrc, pMask, pSrcDst, 0, head);
+  if (Aligned16(pSrc + head) && Aligned16(pMask + head) && Aligned16(pSrcDst[1] + head) &&
+      Aligned16(pSrcDst[2] + head)) {
+    MulPlanesRays<AlignedFour>(pSrc, pMask, pSrcDst, head, bodyEnd);
+  } else {
+    MulPlanesRays<UnalignedFour>(pSrc, pMask, pSrcDst, head, bodyEnd);
+  }
+  MulPlanesRays<OneRay>(pSrc, pMask, pSrcDst, bodyEnd, len);
+  return vtqStsOk;
+}
+
+VTQR_PATH_END

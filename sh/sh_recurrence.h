@@ -1,0 +1,31 @@
+// Recurrence evaluation of the SH basis on the tables of a recurrence state.
+//
+// Two forms with identical results: one direction at a time, working in the destination set,
+// and four directions side by side in SSE lanes. Every lane runs the one-direction code's
+// operations in the same order, so both produce the same bits for any direction.
+#ifndef VTQR_SH_SH_RECURRENCE_H_
+#define VTQR_SH_SH_RECURRENCE_H_
+
+#include <cstddef>
+
+#include "frame/code_path.h"
+
+VTQR_PATH_BEGIN
+namespace sh {
+
+// Writes the (order+1)^2 values of direction (x, y, z) to dst, order <= 15. Bands l-1 and l-2
+// are read back from dst while band l is formed, so dst is output and working store at once.
+void EvalRecurrence1(const float* a, const float* b, float x, float y, float z, unsigned order,
+                     float* dst);
+
+// Writes the sets of the four directions x[0..3], y[0..3], z[0..3] to dst + j*stride,
+// j = 0..3, order <= 15. With `stream` the sets go out with non-temporal stores; that needs
+// dst 16-byte aligned and stride a multiple of 4 (then (order+1)^2 is one too), and the
+// caller issues the store fence after its last block.
+void EvalRecurrence4(const float* a, const float* b, const float* x, const float* y,
+                     const float* z, unsigned order, float* dst, size_t stride, bool stream);
+
+}  // namespace sh
+VTQR_PATH_END
+
+#endif  // VTQR_SH_SH_RECURRENCE_H_

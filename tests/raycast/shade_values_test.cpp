@@ -1,0 +1,208 @@
+// What the shading kernels compute: against the formulas written out once more, one ray at a
+// time in plain scalar code; the special values; and the argument checks.
+#include <cmath>
+#include <map>
+#include <string>
+
+#include "raycast/shade_cases.h"
+
+namespace vtqr::test {
+namespace {
+
+float Dot(float ax, float ay, float az, float bx, float by, float bz) {
+  return ax * bx + ay * by + az * bz;
+}
+
+// Expected state of ray i after the call, computed in place on a copy of the input. `packed`
+// tells the shadow reference whether the ray sits in a packet of four.
+using Reference = void (*)(Rays& r, int i, bool packed);
+
+const std::map<std::string, Reference>& References() {
+  static const std::map<std::string, Reference> references = {
+    {"Dot_32f_P3C1M", [](Rays& r, int i, bool) {
+       r[6][i] = r.mask[i] < 0 ? 0.0f : Dot(r[0][i], r[1][i], r[2][i], r[3][i], r[4][i], r[5][i]);
+     }},
+    {"DotChangeNorm_32f_IM", [](Rays& r, int i, bool) {
+       if (r.mask[i] < 0) { r[6][i] = 0.0f; return; }
+       float d = Dot(r[0][i], r[1][i], r[2][i], r[3][i], r[4][i], r[5][i]);
+       float s = d > 0.0f ? -1.0f : 1.0f;
+       for (int j = 3; j < 6; ++j) r[j][i] = r[j][i] * s;
+       r[6][i] = d * s;
+     }},
+    {"Mul_32f_C1IM", [](Rays& r, int i, bool) {
+       r[1][i] = r[1][i] * r[0][i] * (r.mask[i] < 0 ? 0.0f : 1.0f);
+     }},
+    {"Mul_32f_C1P3IM", [](Rays& r, int i, bool) {
+       for (int j = 1; j < 4; ++j) r[j][i] = r[j][i] * r[0][i] * (r.mask[i] < 0 ? 0.0f : 1.0f);
+     }},
+    {"Div_32f_C1IM", [](Rays& r, int i, bool) {
+       float& x = r[1][i];
+       if (r.mask[i] < 0) x = 0.0f;
+       else if (r[0][i] != 0.0f) x = x / r[0][i];
+       else x = x > 0.0f ? INFINITY : x < 0.0f ? -INFINITY : FromBits(0xFFC00000u);
+     }},
+    {"AddMulMul_32f_AC1P3IM", [](Rays& r, int i, bool) {
+       if (r.mask[i] < 0) return;
+       for (int c = 0; c < 3; ++c) r[4 + c][i] += r[1 + c][i] * kScale[c] * r[0][i];
+     }},
+    {"DistAttenuationSO_32f_M", [](Rays& r, int i, bool) {
+       float dx = r[0][i] - kPoint[0], dy = r[1][i] - kPoint[1], dz = r[2][i] - kPoint[2];
+       float q = dx * dx + dy * dy + dz * dz;
+       // The double square root, rounded once, is the correctly rounded float one.
+       r[3][i] = r.mask[i] >= 0 && q >= 1.0f ? static_cast<float>(std::sqrt(double{q})) : 1.0f;
+     }},
+    {"CastShadowSO_32f", [](Rays& r, int i, bool packed) {
+       float d[3] = {r[4][i] - kLight[0], r[5][i] - kLight[1], r[6][i] - kLight[2]};
+       float c = Dot(r[1][i], r[2][i], r[3][i], d[0], d[1], d[2]);
+       if (std::fabs(c) < 0.0017453292f) c = 0.0f;
+       bool pass = r.mask[i] >= 0 && r[0][i] * c > 0.0f;
+       r[7][i] = pass ? std::fabs(c) : 0.0f;
+       for (int j = 0; j < 3; ++j) r[8 + j][i] = pass ? d[j] : 0.0f;
+       if (!pass && (packed || r.mask[i] >= 0)) r.mask[i] = -1;
+     }},
+    {"CastReflectionRay_32f", [](Rays& r, int i, bool) {
+       float d = Dot(r[0][i], r[1][i], r[2][i], r[3][i], r[4][i], r[5][i]);
+       for (int j = 0; j < 3; ++j) r[6 + j][i] = r.mask[i] < 0 ? 0.0f : r[j][i] - r[3 + j][i] * (d + d);
+     }},
+  };
+  return references;
+}
+
+TEST(ShadeKernels, MatchPlainFormulas) {
+  for (const ShadeCase& c : ShadeCases()) {
+    for (int len : {64, 13}) {
+      for (int offset : {0, 1}) {
+        SCOPED_TRACE(::testing::Message() << c.name << " len " << len << " offset " << offset);
+        Rays actual(c.planeCount, len, {offset});
+        Rays expected(c.planeCount, len, {offset});
+        FillRays(actual, len, 7 * len + offset);
+        FillRays(expected, len, 7 * len + offset);
+        c.run(kPathU8, actual, 0, len, -1);
+        for (int i = 0; i < len; ++i) References().at(c.name)(expected, i, i < len / 4 * 4);
+        for (int j = 0; j < c.planeCount; ++j) EXPECT_TRUE(SameBits(expected[j], actual[j], len));
+        EXPECT_TRUE(std::equal(expected.mask, expected.mask + len, actual.mask));
+      }
+    }
+  }
+}
+
+// Fills every plane and the mask with the sentinel pattern, runs, and checks nothing moved.
+void ExpectUntouched(const ShadeCase& c, CodePath path, int len, int nullParam,
+                     VtqStatus expected) {
+  const int fill = 8;
+  Rays r(c.planeCount, fill, {0});
+  for (auto& plane : r.planes) std::fill(plane.begin(), plane.end(), Sentinel());
+  std::fill_n(r.mask, fill, static_cast<int32_t>(kSentinelBits));
+  EXPECT_EQ(expected, c.run(path, r, 0, len, nullParam));
+  for (int j = 0; j < c.planeCount; ++j) {
+    for (int i = 0; i < fill; ++i) EXPECT_EQ(kSentinelBits, Bits(r[j][i])) << j << "," << i;
+  }
+  for (int i = 0; i < fill; ++i) EXPECT_EQ(static_cast<int32_t>(kSentinelBits), r.mask[i]);
+}
+
+// Null pointers are tested before the count, one failure is enough, and the pointers left
+// untested really are: with no rays to process a null one goes unnoticed.
+TEST(ShadeKernels, ChecksWriteNothing) {
+  for (const ShadeCase& c : ShadeCases()) {
+    for (CodePath path : kBothPaths) {
+      SCOPED_TRACE(::testing::Message() << c.name << " " << PathName(path));
+      for (int param : c.tested) {
+        for (int len : {5, 0, -1}) ExpectUntouched(c, path, len, param, vtqStsErrNullPtr);
+      }
+      for (int param : c.untested) ExpectUntouched(c, path, 0, param, vtqStsOk);
+      for (int len : {0, -1, INT32_MIN}) ExpectUntouched(c, path, len, -1, vtqStsOk);
+    }
+  }
+}
+
+TEST(ShadeKernels, SpecialValues) {
+  const float inf = INFINITY;
+  const uint32_t qnan = 0xFFC00000u;
+  struct Row {
+    const char* what;
+    const char* kernel;  // Div or Mul
+    int32_t mask;
+    float src, srcDst;
+    uint32_t expectedBits;
+    VtqStatus status;
+  } rows[] = {
+      {"positive / 0", "Div", 0, 0.0f, 3.0f, Bits(inf), vtqStsWarnDivByZero},
+      {"negative / -0", "Div", 4, -0.0f, -2.0f, Bits(-inf), vtqStsWarnDivByZero},
+      {"0 / 0", "Div", 0, 0.0f, 0.0f, qnan, vtqStsWarnDivByZero},
+      {"-0 / 0", "Div", 0, 0.0f, -0.0f, qnan, vtqStsWarnDivByZero},
+      {"NaN / 0", "Div", 0, 0.0f, FromBits(0x7FC01234u), qnan, vtqStsWarnDivByZero},
+      {"dead / 0", "Div", -5, 0.0f, 3.0f, Bits(0.0f), vtqStsOk},
+      {"live / 4", "Div", 0, 4.0f, 3.0f, Bits(0.75f), vtqStsOk},
+      {"dead inf", "Mul", -1, 2.0f, inf, qnan, vtqStsOk},
+      {"dead negative", "Mul", INT32_MIN, 2.0f, -3.0f, Bits(-0.0f), vtqStsOk},
+      {"live inf", "Mul", 0, 2.0f, inf, Bits(inf), vtqStsOk},
+  };
+  for (const Row& row : rows) {
+    for (CodePath path : kBothPaths) {
+      // Last ray of a 5-ray batch, the others harmless, so the status covers the whole call.
+      float src[5] = {1, 1, 1, 1, row.src}, srcDst[5] = {1, 1, 1, 1, row.srcDst};
+      int32_t mask[5] = {0, 0, 0, 0, row.mask};
+      auto kernel = row.kernel == std::string("Div") ? kDispatchTable.Div_32f_C1IM[path]
+                                                     : kDispatchTable.Mul_32f_C1IM[path];
+      EXPECT_EQ(row.status, kernel(src, mask, srcDst, 5)) << row.what;
+      EXPECT_EQ(row.expectedBits, Bits(srcDst[4])) << row.what;
+    }
+  }
+}
+
+TEST(DistAttenuationSO, ClampsBelowOne) {
+  // Offsets from the point along x: squared distances 0.36, exactly 1, 25, and a dead ray.
+  alignas(16) float x[4] = {kPoint[0] + 0.6f, kPoint[0] + 1.0f, kPoint[0] + 5.0f, 100.0f};
+  alignas(16) float y[4] = {kPoint[1], kPoint[1], kPoint[1], 100.0f};
+  alignas(16) float z[4] = {kPoint[2], kPoint[2], kPoint[2], 100.0f};
+  alignas(16) int32_t mask[4] = {0, 0, 0, -3};
+  const float* pos[3] = {x, y, z};
+  for (CodePath path : kBothPaths) {
+    alignas(16) float dst[4];
+    EXPECT_EQ(vtqStsOk, kDispatchTable.DistAttenuationSO_32f_M[path](kPoint, pos, mask, dst, 4));
+    const float expected[4] = {1.0f, 1.0f, 5.0f, 1.0f};
+    EXPECT_TRUE(SameBits(expected, dst, 4));
+  }
+}
+
+// Failing rays: whole packets set the mask to -1 even for rays already dead with another
+// negative value; the rays after the last packet leave a dead ray's value alone.
+TEST(CastShadowSO, FailingRayMasks) {
+  // Normal +z everywhere; hit - light is chosen per ray to give the cosine c.
+  struct Ray {
+    const char* what;
+    int32_t mask;
+    float dirZ, dirX;  // hit - light
+    int32_t expectedMask;
+    float expectedDot;
+  } rays[] = {
+      {"dead in packet", -7, -2.0f, 0.0f, -1, 0.0f},
+      {"grazing", 0, 0.001f, 1.0f, -1, 0.0f},
+      {"lit", 3, -2.0f, 0.0f, 3, 2.0f},
+      {"lit from behind", 0, 2.0f, 0.0f, -1, 0.0f},
+      {"dead after packets", -7, -2.0f, 0.0f, -7, 0.0f},
+      {"grazing after packets", 9, -0.0017f, 0.0f, -1, 0.0f},
+  };
+  constexpr int kLen = 6;
+  alignas(16) float eyeDot[kLen], nx[kLen], ny[kLen], nz[kLen], hx[kLen], hy[kLen], hz[kLen];
+  alignas(16) float dot[kLen], dx[kLen], dy[kLen], dz[kLen];
+  alignas(16) int32_t mask[kLen];
+  for (CodePath path : kBothPaths) {
+    for (int i = 0; i < kLen; ++i) {
+      eyeDot[i] = -0.5f, nx[i] = 0.0f, ny[i] = 0.0f, nz[i] = 1.0f, mask[i] = rays[i].mask;
+      hx[i] = kLight[0] + rays[i].dirX, hy[i] = kLight[1], hz[i] = kLight[2] + rays[i].dirZ;
+    }
+    const float* normal[3] = {nx, ny, nz};
+    const float* hit[3] = {hx, hy, hz};
+    float* dir[3] = {dx, dy, dz};
+    ASSERT_EQ(vtqStsOk, kDispatchTable.CastShadowSO_32f[path](kLight, eyeDot, normal, hit, mask,
+                                                              dot, dir, kLen));
+    for (int i = 0; i < kLen; ++i) {
+      EXPECT_EQ(rays[i].expectedMask, mask[i]) << rays[i].what << " " << PathName(path);
+      EXPECT_EQ(rays[i].expectedDot, dot[i]) << rays[i].what << " " << PathName(path);
+    }
+  }
+}
+
+}  // namespace
+}  // namespace vtqr::test

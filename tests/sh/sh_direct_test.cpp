@@ -147,14 +147,18 @@ TEST(ShDirect, PairedLanesMatchOneDirectionPath) {
   }
 }
 
-// The one-band export gives each band's values with the bits of the full set, on both paths,
-// for pairs and an odd tail, and writes exactly n * (2 band + 1) values.
-TEST(ShBand, MatchesSliceOfFullSet) {
+// The one-band export gives each band's values with the bits of vtqrSH_32f's direct set, on
+// both paths, for pairs and an odd tail, and writes exactly n * (2 band + 1) values.
+TEST(ShBand, MatchesSliceOfDirectSet) {
   const Directions d = TestDirections(17, 9);
   const int n = d.Count();
-  std::vector<float> full(SetSize(kMaxBand) * n);
-  u8::sh::EvalDirect(d.x.data(), d.y.data(), d.z.data(), n, full.data(), kMaxBand);
   for (CodePath path : kBothPaths) {
+    VtqrSHState state[2];  // more than the 16 bytes a direct state needs
+    ASSERT_EQ(kDispatchTable.SHInit_32f[path](state, kMaxBand, vtqrSHDirect), vtqStsOk);
+    std::vector<float> full(SetSize(kMaxBand) * n);
+    ASSERT_EQ(kDispatchTable.SH_32f[path](d.x.data(), d.y.data(), d.z.data(), n, full.data(),
+                                          kMaxBand, state),
+              vtqStsOk);
     for (unsigned band = 0; band <= kMaxBand; ++band) {
       SCOPED_TRACE(::testing::Message() << PathName(path) << ", band " << band);
       const size_t width = 2 * band + 1;

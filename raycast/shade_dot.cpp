@@ -12,10 +12,18 @@ using namespace shade;
 template <class Lanes>
 void DotRays(const Vtq32f* const a[3], const Vtq32f* const b[3], const Vtq32s* mask, Vtq32f* dst,
              int len) {
+  // Plane pointers in locals: intrinsic stores may alias anything, so pointers read
+  // through the arrays would be reloaded after every store.
+  const Vtq32f* aX = a[0];
+  const Vtq32f* aY = a[1];
+  const Vtq32f* aZ = a[2];
+  const Vtq32f* bX = b[0];
+  const Vtq32f* bY = b[1];
+  const Vtq32f* bZ = b[2];
   for (int i = 0; i < len; i += Lanes::kWidth) {
     __m128 dead = DeadLanes(Lanes::LoadMask(mask + i));
-    __m128 d = Dot3(Lanes::Load(a[0] + i), Lanes::Load(a[1] + i), Lanes::Load(a[2] + i),
-                    Lanes::Load(b[0] + i), Lanes::Load(b[1] + i), Lanes::Load(b[2] + i));
+    __m128 d = Dot3(Lanes::Load(aX + i), Lanes::Load(aY + i), Lanes::Load(aZ + i),
+                    Lanes::Load(bX + i), Lanes::Load(bY + i), Lanes::Load(bZ + i));
     Lanes::Store(dst + i, LiveOrZero(dead, d));
   }
 }

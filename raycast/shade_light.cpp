@@ -13,21 +13,27 @@ using namespace shade;
 template <class Lanes>
 void AddMulMulRays(const Vtq32f scale[3], const Vtq32f* src, const Vtq32f* const src2[3],
                    const Vtq32s* mask, Vtq32f* const srcDst[3], int begin, int end) {
+  const Vtq32f* src2X = src2[0];
+  const Vtq32f* src2Y = src2[1];
+  const Vtq32f* src2Z = src2[2];
+  Vtq32f* srcDstX = srcDst[0];
+  Vtq32f* srcDstY = srcDst[1];
+  Vtq32f* srcDstZ = srcDst[2];
   const __m128 scaleX = _mm_set1_ps(scale[0]);
   const __m128 scaleY = _mm_set1_ps(scale[1]);
   const __m128 scaleZ = _mm_set1_ps(scale[2]);
   for (int i = begin; i < end; i += Lanes::kWidth) {
     __m128 dead = DeadLanes(Lanes::LoadMask(mask + i));
     __m128 s = Lanes::Load(src + i);
-    __m128 x = Lanes::Load(srcDst[0] + i);
-    __m128 y = Lanes::Load(srcDst[1] + i);
-    __m128 z = Lanes::Load(srcDst[2] + i);
-    __m128 addX = _mm_mul_ps(_mm_mul_ps(Lanes::Load(src2[0] + i), scaleX), s);
-    __m128 addY = _mm_mul_ps(_mm_mul_ps(Lanes::Load(src2[1] + i), scaleY), s);
-    __m128 addZ = _mm_mul_ps(_mm_mul_ps(Lanes::Load(src2[2] + i), scaleZ), s);
-    Lanes::Store(srcDst[0] + i, Select(dead, x, _mm_add_ps(x, addX)));
-    Lanes::Store(srcDst[1] + i, Select(dead, y, _mm_add_ps(y, addY)));
-    Lanes::Store(srcDst[2] + i, Select(dead, z, _mm_add_ps(z, addZ)));
+    __m128 x = Lanes::Load(srcDstX + i);
+    __m128 y = Lanes::Load(srcDstY + i);
+    __m128 z = Lanes::Load(srcDstZ + i);
+    __m128 addX = _mm_mul_ps(_mm_mul_ps(Lanes::Load(src2X + i), scaleX), s);
+    __m128 addY = _mm_mul_ps(_mm_mul_ps(Lanes::Load(src2Y + i), scaleY), s);
+    __m128 addZ = _mm_mul_ps(_mm_mul_ps(Lanes::Load(src2Z + i), scaleZ), s);
+    Lanes::Store(srcDstX + i, Select(dead, x, _mm_add_ps(x, addX)));
+    Lanes::Store(srcDstY + i, Select(dead, y, _mm_add_ps(y, addY)));
+    Lanes::Store(srcDstZ + i, Select(dead, z, _mm_add_ps(z, addZ)));
   }
 }
 
@@ -42,6 +48,9 @@ inline __m128 ClampedDistance(__m128 q) {
 template <class Lanes>
 void DistAttenuationRays(const Vtq32f point[3], const Vtq32f* const pos[3], const Vtq32s* mask,
                          Vtq32f* dst, int len) {
+  const Vtq32f* posX = pos[0];
+  const Vtq32f* posY = pos[1];
+  const Vtq32f* posZ = pos[2];
   const __m128 one = _mm_set1_ps(1.0f);
   const __m128 px = _mm_set1_ps(point[0]);
   const __m128 py = _mm_set1_ps(point[1]);
@@ -49,13 +58,13 @@ void DistAttenuationRays(const Vtq32f point[3], const Vtq32f* const pos[3], cons
   for (int i = 0; i < len; i += Lanes::kWidth) {
     __m128 dead = DeadLanes(Lanes::LoadMask(mask + i));
     // A packet of rays that all missed costs one store: the positions are not even read.
-    if (_mm_movemask_ps(dead) == (1 << Lanes::kWidth) - 1) {
+    if (_mm_movemask_ps(dead) == Lanes::kLaneBits) {
       Lanes::Store(dst + i, one);
       continue;
     }
-    __m128 dx = _mm_sub_ps(Lanes::Load(pos[0] + i), px);
-    __m128 dy = _mm_sub_ps(Lanes::Load(pos[1] + i), py);
-    __m128 dz = _mm_sub_ps(Lanes::Load(pos[2] + i), pz);
+    __m128 dx = _mm_sub_ps(Lanes::Load(posX + i), px);
+    __m128 dy = _mm_sub_ps(Lanes::Load(posY + i), py);
+    __m128 dz = _mm_sub_ps(Lanes::Load(posZ + i), pz);
     __m128 q = Dot3(dx, dy, dz, dx, dy, dz);
     Lanes::Store(dst + i, Select(dead, one, ClampedDistance(q)));
   }

@@ -24,6 +24,15 @@ template <class Lanes, DeadMasks kDeadMasks>
 void CastShadowRays(const Vtq32f light[3], const Vtq32f* eyeDot, const Vtq32f* const normal[3],
                     const Vtq32f* const hit[3], Vtq32s* mask, Vtq32f* dstDot,
                     Vtq32f* const dstDir[3], int begin, int end) {
+  const Vtq32f* normalX = normal[0];
+  const Vtq32f* normalY = normal[1];
+  const Vtq32f* normalZ = normal[2];
+  const Vtq32f* hitX = hit[0];
+  const Vtq32f* hitY = hit[1];
+  const Vtq32f* hitZ = hit[2];
+  Vtq32f* dstDirX = dstDir[0];
+  Vtq32f* dstDirY = dstDir[1];
+  Vtq32f* dstDirZ = dstDir[2];
   const __m128 lightX = _mm_set1_ps(light[0]);
   const __m128 lightY = _mm_set1_ps(light[1]);
   const __m128 lightZ = _mm_set1_ps(light[2]);
@@ -32,19 +41,19 @@ void CastShadowRays(const Vtq32f light[3], const Vtq32f* eyeDot, const Vtq32f* c
   for (int i = begin; i < end; i += Lanes::kWidth) {
     __m128i m = Lanes::LoadMask(mask + i);
     __m128 dead = DeadLanes(m);
-    __m128 dx = _mm_sub_ps(Lanes::Load(hit[0] + i), lightX);
-    __m128 dy = _mm_sub_ps(Lanes::Load(hit[1] + i), lightY);
-    __m128 dz = _mm_sub_ps(Lanes::Load(hit[2] + i), lightZ);
-    __m128 c = Dot3(Lanes::Load(normal[0] + i), Lanes::Load(normal[1] + i),
-                    Lanes::Load(normal[2] + i), dx, dy, dz);
+    __m128 dx = _mm_sub_ps(Lanes::Load(hitX + i), lightX);
+    __m128 dy = _mm_sub_ps(Lanes::Load(hitY + i), lightY);
+    __m128 dz = _mm_sub_ps(Lanes::Load(hitZ + i), lightZ);
+    __m128 c = Dot3(Lanes::Load(normalX + i), Lanes::Load(normalY + i),
+                    Lanes::Load(normalZ + i), dx, dy, dz);
     c = _mm_andnot_ps(_mm_cmplt_ps(Abs(c), grazing), c);
     // Comparisons with a NaN are false, so a NaN anywhere fails the ray.
     __m128 pass = _mm_andnot_ps(dead, _mm_cmpgt_ps(_mm_mul_ps(Lanes::Load(eyeDot + i), c), zero));
 
     Lanes::Store(dstDot + i, _mm_and_ps(pass, Abs(c)));
-    Lanes::Store(dstDir[0] + i, _mm_and_ps(pass, dx));
-    Lanes::Store(dstDir[1] + i, _mm_and_ps(pass, dy));
-    Lanes::Store(dstDir[2] + i, _mm_and_ps(pass, dz));
+    Lanes::Store(dstDirX + i, _mm_and_ps(pass, dx));
+    Lanes::Store(dstDirY + i, _mm_and_ps(pass, dy));
+    Lanes::Store(dstDirZ + i, _mm_and_ps(pass, dz));
 
     // OR-ing all ones into a lane makes it -1; the lanes left alone keep their value.
     __m128 keep = kDeadMasks == DeadMasks::kKeep ? _mm_or_ps(pass, dead) : pass;
@@ -57,19 +66,28 @@ void CastShadowRays(const Vtq32f light[3], const Vtq32f* eyeDot, const Vtq32f* c
 template <class Lanes>
 void ReflectRays(const Vtq32f* const incident[3], const Vtq32s* mask,
                  const Vtq32f* const normal[3], Vtq32f* const dst[3], int len) {
+  const Vtq32f* incidentX = incident[0];
+  const Vtq32f* incidentY = incident[1];
+  const Vtq32f* incidentZ = incident[2];
+  const Vtq32f* normalX = normal[0];
+  const Vtq32f* normalY = normal[1];
+  const Vtq32f* normalZ = normal[2];
+  Vtq32f* dstX = dst[0];
+  Vtq32f* dstY = dst[1];
+  Vtq32f* dstZ = dst[2];
   for (int i = 0; i < len; i += Lanes::kWidth) {
     __m128 dead = DeadLanes(Lanes::LoadMask(mask + i));
-    __m128 ix = Lanes::Load(incident[0] + i);
-    __m128 iy = Lanes::Load(incident[1] + i);
-    __m128 iz = Lanes::Load(incident[2] + i);
-    __m128 nx = Lanes::Load(normal[0] + i);
-    __m128 ny = Lanes::Load(normal[1] + i);
-    __m128 nz = Lanes::Load(normal[2] + i);
+    __m128 ix = Lanes::Load(incidentX + i);
+    __m128 iy = Lanes::Load(incidentY + i);
+    __m128 iz = Lanes::Load(incidentZ + i);
+    __m128 nx = Lanes::Load(normalX + i);
+    __m128 ny = Lanes::Load(normalY + i);
+    __m128 nz = Lanes::Load(normalZ + i);
     __m128 d = Dot3(ix, iy, iz, nx, ny, nz);
     __m128 twoD = _mm_add_ps(d, d);
-    Lanes::Store(dst[0] + i, LiveOrZero(dead, _mm_sub_ps(ix, _mm_mul_ps(nx, twoD))));
-    Lanes::Store(dst[1] + i, LiveOrZero(dead, _mm_sub_ps(iy, _mm_mul_ps(ny, twoD))));
-    Lanes::Store(dst[2] + i, LiveOrZero(dead, _mm_sub_ps(iz, _mm_mul_ps(nz, twoD))));
+    Lanes::Store(dstX + i, LiveOrZero(dead, _mm_sub_ps(ix, _mm_mul_ps(nx, twoD))));
+    Lanes::Store(dstY + i, LiveOrZero(dead, _mm_sub_ps(iy, _mm_mul_ps(ny, twoD))));
+    Lanes::Store(dstZ + i, LiveOrZero(dead, _mm_sub_ps(iz, _mm_mul_ps(nz, twoD))));
   }
 }
 

@@ -16,20 +16,26 @@ using namespace shade;
 template <class Lanes>
 void DotChangeNormRays(const Vtq32f* const ray[3], const Vtq32s* mask, Vtq32f* const n[3],
                        Vtq32f* dst, int len) {
+  const Vtq32f* rayX = ray[0];
+  const Vtq32f* rayY = ray[1];
+  const Vtq32f* rayZ = ray[2];
+  Vtq32f* nX = n[0];
+  Vtq32f* nY = n[1];
+  Vtq32f* nZ = n[2];
   const __m128 one = _mm_set1_ps(1.0f);
   const __m128 zero = _mm_setzero_ps();
   for (int i = 0; i < len; i += Lanes::kWidth) {
     __m128 dead = DeadLanes(Lanes::LoadMask(mask + i));
-    __m128 nx = Lanes::Load(n[0] + i);
-    __m128 ny = Lanes::Load(n[1] + i);
-    __m128 nz = Lanes::Load(n[2] + i);
-    __m128 d = Dot3(Lanes::Load(ray[0] + i), Lanes::Load(ray[1] + i), Lanes::Load(ray[2] + i),
+    __m128 nx = Lanes::Load(nX + i);
+    __m128 ny = Lanes::Load(nY + i);
+    __m128 nz = Lanes::Load(nZ + i);
+    __m128 d = Dot3(Lanes::Load(rayX + i), Lanes::Load(rayY + i), Lanes::Load(rayZ + i),
                     nx, ny, nz);
     // A NaN d compares false and keeps s = +1.
     __m128 s = _mm_or_ps(one, _mm_and_ps(_mm_cmpgt_ps(d, zero), SignBits()));
-    Lanes::Store(n[0] + i, Select(dead, nx, _mm_mul_ps(nx, s)));
-    Lanes::Store(n[1] + i, Select(dead, ny, _mm_mul_ps(ny, s)));
-    Lanes::Store(n[2] + i, Select(dead, nz, _mm_mul_ps(nz, s)));
+    Lanes::Store(nX + i, Select(dead, nx, _mm_mul_ps(nx, s)));
+    Lanes::Store(nY + i, Select(dead, ny, _mm_mul_ps(ny, s)));
+    Lanes::Store(nZ + i, Select(dead, nz, _mm_mul_ps(nz, s)));
     Lanes::Store(dst + i, LiveOrZero(dead, _mm_mul_ps(d, s)));
   }
 }
@@ -52,12 +58,15 @@ void MulRays(const Vtq32f* src, const Vtq32s* mask, Vtq32f* srcDst, int begin, i
 template <class Lanes>
 void MulPlanesRays(const Vtq32f* src, const Vtq32s* mask, Vtq32f* const p[3], int begin,
                    int end) {
+  Vtq32f* pX = p[0];
+  Vtq32f* pY = p[1];
+  Vtq32f* pZ = p[2];
   for (int i = begin; i < end; i += Lanes::kWidth) {
     __m128 m = LiveFactor(Lanes::LoadMask(mask + i));
     __m128 s = Lanes::Load(src + i);
-    Lanes::Store(p[0] + i, _mm_mul_ps(_mm_mul_ps(Lanes::Load(p[0] + i), s), m));
-    Lanes::Store(p[1] + i, _mm_mul_ps(_mm_mul_ps(Lanes::Load(p[1] + i), s), m));
-    Lanes::Store(p[2] + i, _mm_mul_ps(_mm_mul_ps(Lanes::Load(p[2] + i), s), m));
+    Lanes::Store(pX + i, _mm_mul_ps(_mm_mul_ps(Lanes::Load(pX + i), s), m));
+    Lanes::Store(pY + i, _mm_mul_ps(_mm_mul_ps(Lanes::Load(pY + i), s), m));
+    Lanes::Store(pZ + i, _mm_mul_ps(_mm_mul_ps(Lanes::Load(pZ + i), s), m));
   }
 }
 

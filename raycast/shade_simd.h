@@ -22,6 +22,7 @@ namespace shade {
 // Four rays from planes whose element i is 16-byte aligned.
 struct AlignedFour {
   static constexpr int kWidth = 4;
+  static constexpr int kLaneBits = 0xF;  // the lanes of _mm_movemask_ps that hold rays
   static __m128 Load(const float* p) { return _mm_load_ps(p); }
   static void Store(float* p, __m128 v) { _mm_store_ps(p, v); }
   static __m128i LoadMask(const Vtq32s* p) {
@@ -35,6 +36,7 @@ struct AlignedFour {
 // Four rays from planes with any 4-byte alignment.
 struct UnalignedFour {
   static constexpr int kWidth = 4;
+  static constexpr int kLaneBits = 0xF;
   static __m128 Load(const float* p) { return _mm_loadu_ps(p); }
   static void Store(float* p, __m128 v) { _mm_storeu_ps(p, v); }
   static __m128i LoadMask(const Vtq32s* p) {
@@ -48,6 +50,7 @@ struct UnalignedFour {
 // One ray in lane 0. The upper lanes hold zeros, are computed on and never stored.
 struct OneRay {
   static constexpr int kWidth = 1;
+  static constexpr int kLaneBits = 0x1;
   static __m128 Load(const float* p) { return _mm_load_ss(p); }
   static void Store(float* p, __m128 v) { _mm_store_ss(p, v); }
   static __m128i LoadMask(const Vtq32s* p) { return _mm_cvtsi32_si128(*p); }

@@ -6,6 +6,7 @@
 
 #include <bit>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -24,6 +25,13 @@ inline const char* PathName(CodePath path) { return path == kPathU8 ? "u8" : "n8
 inline uint32_t Bits(float value) { return std::bit_cast<uint32_t>(value); }
 inline float FromBits(uint32_t bits) { return std::bit_cast<float>(bits); }
 
+// "0x3F800000": AssertionResult streams every insertion separately, so std::hex would not stick.
+inline std::string HexBits(float value) {
+  char text[16];
+  std::snprintf(text, sizeof(text), "0x%08X", static_cast<unsigned>(Bits(value)));
+  return text;
+}
+
 // A float pattern no kernel produces by accident: written before a call whose failed check
 // must leave the output untouched.
 inline constexpr uint32_t kSentinelBits = 0x7FA5A5A5;  // a signalling-NaN payload
@@ -34,9 +42,9 @@ inline ::testing::AssertionResult SameBits(const float* expected, const float* a
                                            size_t count) {
   for (size_t i = 0; i < count; ++i) {
     if (Bits(expected[i]) != Bits(actual[i])) {
-      return ::testing::AssertionFailure()
-             << "element " << i << ": expected " << expected[i] << " (0x" << std::hex
-             << Bits(expected[i]) << "), got " << actual[i] << " (0x" << Bits(actual[i]) << ")";
+      return ::testing::AssertionFailure() << "element " << i << ": expected " << expected[i]
+                                           << " (" << HexBits(expected[i]) << "), got "
+                                           << actual[i] << " (" << HexBits(actual[i]) << ")";
     }
   }
   return ::testing::AssertionSuccess();

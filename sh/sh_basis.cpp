@@ -30,6 +30,9 @@ void EvalRecurrenceMany(const VtqrSHState* state, const float* x, const float* y
   const bool stream = uint64_t{count} * setSize * sizeof(float) >= kStreamBytes &&
                       setSize % 4 == 0 && reinterpret_cast<uintptr_t>(dst) % 16 == 0;
   size_t i = 0;
+  for (; i + 2 * kBlock <= count; i += 2 * kBlock) {
+    EvalRecurrence8(a, b, x + i, y + i, z + i, order, dst + i * setSize, setSize, stream);
+  }
   for (; i + kBlock <= count; i += kBlock) {
     EvalRecurrence4(a, b, x + i, y + i, z + i, order, dst + i * setSize, setSize, stream);
   }

@@ -58,12 +58,14 @@ void EvalRecurrence1(const float* a, const float* b, float x, float y, float z, 
 
 namespace {
 
-// Moves one 4 x K block of lanes (lane j = direction j) into the four direction-major sets.
-template <bool kStream>
+// Moves one 4 x K block of lanes (lane j = direction j; value k of the block at
+// lanes[k * kPitch]) into the four direction-major sets.
+template <bool kStream, int kPitch>
 void StoreSets(const __m128* lanes, size_t count, float* dst, size_t stride) {
   size_t k = 0;
   for (; k + 4 <= count; k += 4) {
-    __m128 r0 = lanes[k], r1 = lanes[k + 1], r2 = lanes[k + 2], r3 = lanes[k + 3];
+    __m128 r0 = lanes[k * kPitch], r1 = lanes[(k + 1) * kPitch];
+    __m128 r2 = lanes[(k + 2) * kPitch], r3 = lanes[(k + 3) * kPitch];
     _MM_TRANSPOSE4_PS(r0, r1, r2, r3);
     if constexpr (kStream) {
       _mm_stream_ps(dst + k, r0);
@@ -80,63 +82,94 @@ void StoreSets(const __m128* lanes, size_t count, float* dst, size_t stride) {
   // Even orders give an odd set size; its last values go out lane by lane.
   for (; k < count; ++k) {
     alignas(16) float v[4];
-    _mm_store_ps(v, lanes[k]);
+    _mm_store_ps(v, lanes[k * kPitch]);
     for (size_t j = 0; j < 4; ++j) dst[j * stride + k] = v[j];
   }
 }
 
 }  // namespace
 
-void EvalRecurrence4(const float* a, const float* b, const float* px, const float* py,
-                     const float* pz, unsigned order, float* dst, size_t stride, bool stream) {
-  // The whole 4-lane set lives on the stack (4 KiB at order 15, resident in L1); the
+// Runs kGroups register groups of four directions through the recurrence together, so each
+// table broadcast and loop step serves 4 * kGroups lanes. Lane j of group g is direction
+// 4g + j; every lane sees exactly the operations of EvalRecurrence1.
+template <int kGroups>
+void EvalRecurrenceGroups(const float* a, const float* b, const float* px, const float* py,
+                          const float* pz, unsigned order, float* dst, size_t stride,
+                          bool stream) {
+  // The whole set lives on the stack (4 KiB per group at order 15, resident in L1); the
   // direction-major destination only sees finished values, four per store after a transpose.
-  __m128 v[kMaxSetSize];
-  const __m128 x = _mm_loadu_ps(px);
-  const __m128 y = _mm_loadu_ps(py);
-  const __m128 z = _mm_loadu_ps(pz);
-
-  v[0] = _mm_set1_ps(a[0]);
+  __m128 v[kMaxSetSize][kGroups];
+  __m128 x[kGroups], y[kGroups], z[kGroups];
+  for (int g = 0; g < kGroups; ++g) {
+    x[g] = _mm_loadu_ps(px + 4 * g);
+    y[g] = _mm_loadu_ps(py + 4 * g);
+    z[g] = _mm_loadu_ps(pz + 4 * g);
+    v[0][g] = _mm_set1_ps(a[0]);
+  }
   if (order >= 1) {
+    const __m128 a1 = _mm_set1_ps(a[1]);
     const __m128 a2 = _mm_set1_ps(a[2]);
-    v[1] = _mm_mul_ps(a2, y);
-    v[2] = _mm_mul_ps(_mm_set1_ps(a[1]), z);
-    v[3] = _mm_mul_ps(a2, x);
+    for (int g = 0; g < kGroups; ++g) {
+      v[1][g] = _mm_mul_ps(a2, y[g]);
+      v[2][g] = _mm_mul_ps(a1, z[g]);
+      v[3][g] = _mm_mul_ps(a2, x[g]);
+    }
   }
   for (unsigned l = 2; l <= order; ++l) {
     const size_t s = l * (l + 1) / 2;
-    const unsigned k = l - 1;
-    const __m128* prev = v + k * k + k;
-    const __m128* prev2 = v + (l - 2) * (l - 2) + (l - 2);
-    __m128* cur = v + l * l + l;
+    const ptrdiff_t k = l - 1;
+    const ptrdiff_t li = l;
+    __m128(*prev)[kGroups] = v + k * k + k;
+    __m128(*prev2)[kGroups] = v + (k - 1) * (k - 1) + (k - 1);
+    __m128(*cur)[kGroups] = v + li * li + li;
 
     const __m128 sectoralScale = _mm_set1_ps(a[s + l]);
-    const __m128 pPos = prev[k];
-    const __m128 pNeg = prev[-static_cast<ptrdiff_t>(k)];
-    cur[l] = _mm_mul_ps(_mm_sub_ps(_mm_mul_ps(pPos, x), _mm_mul_ps(pNeg, y)), sectoralScale);
-    cur[-static_cast<ptrdiff_t>(l)] =
-        _mm_mul_ps(_mm_add_ps(_mm_mul_ps(pPos, y), _mm_mul_ps(pNeg, x)), sectoralScale);
-
-    const __m128 az = _mm_mul_ps(_mm_set1_ps(a[s + k]), z);
-    cur[k] = _mm_mul_ps(az, pPos);
-    cur[-static_cast<ptrdiff_t>(k)] = _mm_mul_ps(az, pNeg);
-
-    cur[0] = _mm_add_ps(_mm_mul_ps(_mm_mul_ps(_mm_set1_ps(a[s]), z), prev[0]),
-                        _mm_mul_ps(_mm_set1_ps(b[s]), prev2[0]));
-    for (ptrdiff_t m = 1; m <= static_cast<ptrdiff_t>(l) - 2; ++m) {
-      const __m128 t = _mm_mul_ps(_mm_set1_ps(a[s + m]), z);
+    const __m128 aEdge = _mm_set1_ps(a[s + k]);
+    const __m128 a0 = _mm_set1_ps(a[s]);
+    const __m128 b0 = _mm_set1_ps(b[s]);
+    for (int g = 0; g < kGroups; ++g) {
+      const __m128 pPos = prev[k][g];
+      const __m128 pNeg = prev[-k][g];
+      cur[li][g] = _mm_mul_ps(_mm_sub_ps(_mm_mul_ps(pPos, x[g]), _mm_mul_ps(pNeg, y[g])),
+                              sectoralScale);
+      cur[-li][g] = _mm_mul_ps(_mm_add_ps(_mm_mul_ps(pPos, y[g]), _mm_mul_ps(pNeg, x[g])),
+                               sectoralScale);
+      const __m128 az = _mm_mul_ps(aEdge, z[g]);
+      cur[k][g] = _mm_mul_ps(az, pPos);
+      cur[-k][g] = _mm_mul_ps(az, pNeg);
+      cur[0][g] = _mm_add_ps(_mm_mul_ps(_mm_mul_ps(a0, z[g]), prev[0][g]),
+                             _mm_mul_ps(b0, prev2[0][g]));
+    }
+    for (ptrdiff_t m = 1; m <= li - 2; ++m) {
+      const __m128 am = _mm_set1_ps(a[s + m]);
       const __m128 u = _mm_set1_ps(b[s + m]);
-      cur[m] = _mm_add_ps(_mm_mul_ps(t, prev[m]), _mm_mul_ps(u, prev2[m]));
-      cur[-m] = _mm_add_ps(_mm_mul_ps(t, prev[-m]), _mm_mul_ps(u, prev2[-m]));
+      for (int g = 0; g < kGroups; ++g) {
+        const __m128 t = _mm_mul_ps(am, z[g]);
+        cur[m][g] = _mm_add_ps(_mm_mul_ps(t, prev[m][g]), _mm_mul_ps(u, prev2[m][g]));
+        cur[-m][g] = _mm_add_ps(_mm_mul_ps(t, prev[-m][g]), _mm_mul_ps(u, prev2[-m][g]));
+      }
     }
   }
 
   const size_t count = static_cast<size_t>(order + 1) * (order + 1);
-  if (stream) {
-    StoreSets<true>(v, count, dst, stride);
-  } else {
-    StoreSets<false>(v, count, dst, stride);
+  for (int g = 0; g < kGroups; ++g) {
+    float* groupDst = dst + 4 * g * stride;
+    if (stream) {
+      StoreSets<true, kGroups>(&v[0][g], count, groupDst, stride);
+    } else {
+      StoreSets<false, kGroups>(&v[0][g], count, groupDst, stride);
+    }
   }
+}
+
+void EvalRecurrence4(const float* a, const float* b, const float* x, const float* y,
+                     const float* z, unsigned order, float* dst, size_t stride, bool stream) {
+  EvalRecurrenceGroups<1>(a, b, x, y, z, order, dst, stride, stream);
+}
+
+void EvalRecurrence8(const float* a, const float* b, const float* x, const float* y,
+                     const float* z, unsigned order, float* dst, size_t stride, bool stream) {
+  EvalRecurrenceGroups<2>(a, b, x, y, z, order, dst, stride, stream);
 }
 
 }  // namespace sh

@@ -25,6 +25,11 @@ void EvalRecurrence1(const float* a, const float* b, float x, float y, float z, 
 void EvalRecurrence4(const float* a, const float* b, const float* x, const float* y,
                      const float* z, unsigned order, float* dst, size_t stride, bool stream);
 
+// The same for eight directions, x[0..7] and so on, sets at dst + j*stride, j = 0..7: two
+// groups of four share each table broadcast and loop step.
+void EvalRecurrence8(const float* a, const float* b, const float* x, const float* y,
+                     const float* z, unsigned order, float* dst, size_t stride, bool stream);
+
 }  // namespace sh
 VTQR_PATH_END
 

@@ -1,0 +1,76 @@
+// Memory budget of the SAH build: the ledger every temporary is charged to, and the arena that
+// hands out build nodes and leaf index lists.
+#ifndef VTQR_ACCEL_KDTREE_BUDGET_H_
+#define VTQR_ACCEL_KDTREE_BUDGET_H_
+
+#include <cstddef>
+#include <cstdint>
+
+#include "frame/code_path.h"
+
+VTQR_PATH_BEGIN
+namespace kdtree {
+
+// Fixed charges of a build, in bytes.
+inline constexpr int64_t kContextBytes = 400;
+inline constexpr int kWorkArrayCount = 13;                  // per-triangle work arrays
+inline constexpr int64_t kArenaPayloadBytes = int64_t{1} << 24;
+inline constexpr int64_t kArenaHeaderBytes = 40;
+inline constexpr int64_t kArenaBlockCharge = kArenaPayloadBytes + kArenaHeaderBytes;  // 0x1000028
+
+// Bytes a mesh must be allowed before the build starts at all: vertices, per-triangle data, and
+// 32 MiB + 480 for the two pools' minimum size and the fixed records.
+inline int64_t RequiredBytes(int vertCount, int triCount) {
+  return 12 * int64_t{vertCount} + 36 * int64_t{triCount} + 48 * int64_t{triCount} + 33554912;
+}
+
+// A pool is sized to its need rounded down to 16 MiB, plus 16 MiB: always strictly larger than
+// the need, so a pool never runs dry for the data it was sized for.
+inline int64_t PoolBytes(int64_t need) { return (need & ~int64_t{0xFFFFFF}) + (int64_t{1} << 24); }
+
+// The ledger. Charges are refused, never partially applied, once they would overdraw it.
+class Budget {
+ public:
+  explicit Budget(int64_t bytes) : total_(bytes), remaining_(bytes) {}
+  bool Charge(int64_t bytes) {
+    if (bytes > remaining_) return false;
+    remaining_ -= bytes;
+    return true;
+  }
+  int64_t Remaining() const { return remaining_; }
+  int64_t Total() const { return total_; }
+
+ private:
+  int64_t total_;
+  int64_t remaining_;
+};
+
+// Bump allocator over 16 MiB blocks. A block is opened only while the ledger still holds a whole
+// block's charge; the blocks are released together when the arena goes away, on every path out
+// of the build.
+class Arena {
+ public:
+  explicit Arena(Budget* budget) : budget_(budget) {}
+  ~Arena();
+  Arena(const Arena&) = delete;
+  Arena& operator=(const Arena&) = delete;
+
+  // `bytes` from the current block, 8-byte aligned, or nullptr when the budget (or the system)
+  // refuses a new block.
+  void* Take(size_t bytes);
+  int BlockCount() const { return blockCount_; }
+
+  struct Block;  // header in front of each block
+
+ private:
+  Budget* budget_;
+  Block* head_ = nullptr;
+  char* cursor_ = nullptr;
+  char* limit_ = nullptr;
+  int blockCount_ = 0;
+};
+
+}  // namespace kdtree
+VTQR_PATH_END
+
+#endif  // VTQR_ACCEL_KDTREE_BUDGET_H_

@@ -1,0 +1,120 @@
+// Presorted event lists of large nodes (after Wald and Havran, "On building fast kd-trees for
+// ray tracing, and on doing that in O(N log N)", 2006). Each axis keeps the node's triangle
+// starts and ends in two lists sorted once at the root; a split hands every list on to the
+// children in order, so no node sorts again and a level of the tree costs O(N).
+#include <algorithm>
+#include <bit>
+#include <cstring>
+
+#include "accel/kdtree_events.h"
+
+VTQR_PATH_BEGIN
+namespace kdtree {
+namespace {
+
+// Float bits mapped so that unsigned order is float order.
+inline uint32_t OrderedBits(float x) {
+  uint32_t bits = std::bit_cast<uint32_t>(x);
+  return bits ^ ((bits >> 31) != 0 ? 0xFFFFFFFFu : 0x80000000u);
+}
+
+// Stable least-significant-digit radix sort on the key, three passes of 11 bits.
+void RadixSort(Event* events, Event* scratch, size_t count) {
+  constexpr int kDigitBits = 11;
+  constexpr uint32_t kDigits = 1u << kDigitBits;
+  Event* from = events;
+  Event* to = scratch;
+  for (int shift = 0; shift < 32; shift += kDigitBits) {
+    size_t histogram[kDigits] = {};
+    for (size_t i = 0; i < count; ++i) ++histogram[(OrderedBits(from[i].key) >> shift) & (kDigits - 1)];
+    size_t sum = 0;
+    for (uint32_t d = 0; d < kDigits; ++d) {
+      size_t n = histogram[d];
+      histogram[d] = sum;
+      sum += n;
+    }
+    for (size_t i = 0; i < count; ++i) {
+      to[histogram[(OrderedBits(from[i].key) >> shift) & (kDigits - 1)]++] = from[i];
+    }
+    std::swap(from, to);
+  }
+  // Three passes leave the result in the scratch buffer.
+  std::memcpy(events, from, count * sizeof(Event));
+}
+
+}  // namespace
+
+void BuildRootEvents(const Box* boxes, const int32_t* ids, int count, Event* lists,
+                     Event* scratch) {
+  for (int axis = 0; axis < 3; ++axis) {
+    Event* starts = lists + (2 * axis) * size_t(count);
+    Event* ends = starts + count;
+    for (int i = 0; i < count; ++i) {
+      const Box& box = boxes[ids[i]];
+      uint32_t flat = box.lo[axis] == box.hi[axis] ? kFlatBit : 0u;
+      starts[i] = {box.lo[axis], static_cast<uint32_t>(ids[i]) | flat};
+      ends[i] = {box.hi[axis], static_cast<uint32_t>(ids[i]) | flat};
+    }
+    RadixSort(starts, scratch, count);
+    RadixSort(ends, scratch, count);
+  }
+}
+
+AxisSplit SearchAxisEvents(const Event* starts, const Event* ends, int count, const Box& cell,
+                           int axis, double leafCost) {
+  AxisSearch search(MakeAxisFrame(cell, axis, count));
+  float lo = cell.lo[axis];
+  float hi = cell.hi[axis];
+  auto start = [&](int i) { return std::max(lo, starts[i].key); };
+  auto end = [&](int i) { return std::min(hi, ends[i].key); };
+  if (count > 0 && search.TryEmptySpace(start(0), end(count - 1))) {
+    return search.Result(leafCost);
+  }
+  // Flat triangles in the cell's faces sit at the front of the starts and the back of the ends.
+  int flatAtLo = 0;
+  for (int i = 0; i < count && start(i) == lo; ++i) flatAtLo += (starts[i].tri & kFlatBit) != 0;
+  int flatAtHi = 0;
+  for (int i = count - 1; i >= 0 && end(i) == hi; --i) flatAtHi += (ends[i].tri & kFlatBit) != 0;
+  search.FlatCandidates(flatAtLo, flatAtHi);
+
+  // Merge the two lists position by position. A flat triangle appears in both; it is counted
+  // once, as lying in the plane, from the starts.
+  int i = 0;
+  int j = 0;
+  while (i < count || j < count) {
+    float x = i < count ? start(i) : hi;
+    if (j < count) x = std::min(x, end(j));
+    int endsAt = 0;
+    int planarAt = 0;
+    int startsAt = 0;
+    for (; j < count && end(j) == x; ++j) endsAt += (ends[j].tri & kFlatBit) == 0;
+    for (; i < count && start(i) == x; ++i) {
+      bool flat = (starts[i].tri & kFlatBit) != 0;
+      planarAt += flat;
+      startsAt += !flat;
+    }
+    search.Position(x, endsAt, planarAt, startsAt);
+  }
+  return search.Result(leafCost);
+}
+
+void SplitEventLists(const Event* lists, int count, const uint8_t* side, Event* upper,
+                     int upperCount, Event* lower, int lowerCount) {
+  // One side at a time keeps each loop's writes sequential.
+  for (int pass = 0; pass < 2; ++pass) {
+    Event* out = pass == 0 ? lower : upper;
+    size_t outCount = size_t(pass == 0 ? lowerCount : upperCount);
+    uint8_t bit = pass == 0 ? 1 : 2;
+    if (out == nullptr) continue;
+    for (int list = 0; list < 6; ++list) {
+      const Event* from = lists + list * size_t(count);
+      Event* to = out + list * outCount;
+      for (int i = 0; i < count; ++i) {
+        if (side[from[i].tri & ~kFlatBit] & bit) *to++ = from[i];
+      }
+    }
+  }
+}
+
+}  // namespace kdtree
+VTQR_PATH_END

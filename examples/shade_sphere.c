@@ -24,11 +24,11 @@ static _Alignas(16) Vtq32f ones[kRays];
 static _Alignas(16) Vtq32s mask[kRays];
 static int onSphere[kRays];
 
-/* Ray/sphere test done by the caller: unit sphere at (0, 0, 3). Writes the hit point and the
+/* Ray/sphere test done by the caller: unit sphere at (0, 0, 2). Writes the hit point and the
  * outward normal, and -1 in the mask for a miss. */
 static void IntersectSphere(void) {
   for (int i = 0; i < kRays; ++i) {
-    const float cz = 3.0f;
+    const float cz = 2.0f;
     const float a = dirX[i] * dirX[i] + dirY[i] * dirY[i] + dirZ[i] * dirZ[i];
     const float b = -2.0f * dirZ[i] * cz;
     const float c = cz * cz - 1.0f;

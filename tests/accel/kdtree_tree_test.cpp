@@ -3,7 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <climits>
+#include <cstdio>
+#include <cstring>
 #include <cmath>
 #include <functional>
 #include <limits>
@@ -361,6 +364,250 @@ TEST(KDTreeCheck, StatisticsOfKnownTree) {
   EXPECT_DOUBLE_EQ(stats.expectedTraversals, 1.0);
   EXPECT_DOUBLE_EQ(stats.expectedTriangleTests, (1 * 2.0 + 2 * 4.0) / 5.0);
   EXPECT_DOUBLE_EQ(stats.sahCost, 1.0 + 10.0 / 5.0);
+}
+
+// Library trees against brute force ---------------------------------------------------------
+
+struct Ray {
+  double org[3];
+  double dir[3];
+};
+
+struct Hit {
+  double t = INFINITY;
+  int32_t id = -1;
+  // Nearest first; among equal distances the lowest triangle number, so the answer does not
+  // depend on the order in which triangles are met.
+  void Offer(double tNew, int32_t idNew) {
+    if (tNew < t || (tNew == t && idNew < id)) {
+      t = tNew;
+      id = idNew;
+    }
+  }
+};
+
+// Double-precision ray/triangle test by barycentric solve (independent of the library's
+// projected test); returns the distance or NaN.
+double IntersectTriangle(const Ray& ray, const Mesh& mesh, int32_t t) {
+  double v[3][3];
+  for (int i = 0; i < 3; ++i) {
+    for (int j = 0; j < 3; ++j) v[i][j] = mesh.vert[3 * mesh.tri[4 * t + i] + j];
+  }
+  double e1[3], e2[3], s[3];
+  for (int j = 0; j < 3; ++j) {
+    e1[j] = v[1][j] - v[0][j];
+    e2[j] = v[2][j] - v[0][j];
+    s[j] = ray.org[j] - v[0][j];
+  }
+  auto cross = [](const double a[3], const double b[3], double out[3]) {
+    out[0] = a[1] * b[2] - a[2] * b[1];
+    out[1] = a[2] * b[0] - a[0] * b[2];
+    out[2] = a[0] * b[1] - a[1] * b[0];
+  };
+  auto dot = [](const double a[3], const double b[3]) { return a[0] * b[0] + a[1] * b[1] + a[2] * b[2]; };
+  double p[3], q[3];
+  cross(ray.dir, e2, p);
+  double det = dot(e1, p);
+  if (det == 0) return NAN;
+  double u = dot(s, p) / det;
+  cross(s, e1, q);
+  double w = dot(ray.dir, q) / det;
+  double dist = dot(e2, q) / det;
+  if (u < 0 || w < 0 || u + w > 1 || !(dist > 1e-9)) return NAN;
+  return dist;
+}
+
+// Visits every leaf whose cell, widened by `slack`, the ray passes through, whatever the order:
+// a deliberately plain walk that only relies on the node format.
+void WalkTree(const unsigned char* base, int64_t offset, std::array<double, 6> cell, const Ray& ray,
+              double slack, const Mesh& mesh, Hit* hit) {
+  double t0 = 0, t1 = INFINITY;
+  for (int j = 0; j < 3; ++j) {
+    double lo = cell[j] - slack - ray.org[j], hi = cell[j + 3] + slack - ray.org[j];
+    if (ray.dir[j] == 0) {
+      if (lo > 0 || hi < 0) return;
+      continue;
+    }
+    double a = lo / ray.dir[j], b = hi / ray.dir[j];
+    t0 = std::max(t0, std::min(a, b));
+    t1 = std::min(t1, std::max(a, b));
+  }
+  if (t0 > t1) return;
+  int32_t w0, w1;
+  std::memcpy(&w0, base + offset, 4);
+  std::memcpy(&w1, base + offset + 4, 4);
+  if (w0 >= 0) {
+    int axis = w0 & 3;
+    float split;
+    std::memcpy(&split, &w1, 4);
+    std::array<double, 6> lower = cell, upper = cell;
+    lower[axis + 3] = std::min<double>(cell[axis + 3], split);
+    upper[axis] = std::max<double>(cell[axis], split);
+    WalkTree(base, offset + (w0 & ~7), lower, ray, slack, mesh, hit);
+    WalkTree(base, offset + (w0 & ~7) + 8, upper, ray, slack, mesh, hit);
+    return;
+  }
+  std::vector<int64_t> tris;
+  if (w1 > 0) {
+    for (int32_t i = 0; i < w1; ++i) {
+      int32_t index;
+      std::memcpy(&index, base + offset - static_cast<int64_t>(w0) + 4 * i, 4);
+      tris.push_back(index);
+    }
+  } else if (w1 < 0) {
+    int64_t a = w0 & 0x7FFFFFFF, m = (w1 & 0x7FFFFFFC) >> 2;
+    int n = w1 & 3;
+    if (n == 1) tris = {a};
+    if (n == 2) tris = {a, m};
+    if (n == 3) tris = {m - (a >> 16), m, m + (a & 0xFFFF)};
+  }
+  for (int64_t t : tris) {
+    double dist = IntersectTriangle(ray, mesh, static_cast<int32_t>(t));
+    if (!std::isnan(dist)) hit->Offer(dist, static_cast<int32_t>(t));
+  }
+}
+
+// Rays from around the box towards points inside it, some of them along the axes.
+std::vector<Ray> RandomRays(const std::array<float, 6>& box, int count, uint32_t seed) {
+  std::mt19937 rng(seed);
+  std::uniform_real_distribution<double> unit(0, 1);
+  std::vector<Ray> rays(static_cast<size_t>(count));
+  for (int r = 0; r < count; ++r) {
+    Ray& ray = rays[static_cast<size_t>(r)];
+    for (int j = 0; j < 3; ++j) {
+      double extent = box[j + 3] - box[j];
+      ray.org[j] = box[j] + extent * (2 * unit(rng) - 0.5);
+      ray.dir[j] = box[j] + extent * unit(rng) - ray.org[j];
+    }
+    if (r % 8 == 0) ray.dir[r / 8 % 3] = 0;
+    if (r % 16 == 0) ray.dir[(r / 8 + 1) % 3] = 0;
+  }
+  return rays;
+}
+
+// Owns a tree from the library's builder.
+struct LibraryTree {
+  VtqrKDTreeNode* root = nullptr;
+  int size = 0;
+  VtqStatus status;
+  LibraryTree(const Mesh& mesh, uint32_t algorithm, unsigned maxDepth, float factor) {
+    static const float kNoVert[3] = {};
+    static const int32_t kNoTri[4] = {};
+    VtqrKDTreeBuildParams params{algorithm, maxDepth, factor, 256, 0};
+    status = kDispatchTable.KDTreeBuildAlloc[kPathU8](
+        &root, mesh.vert.empty() ? kNoVert : mesh.vert.data(), mesh.tri.empty() ? kNoTri : mesh.tri.data(),
+        mesh.VertCount(), mesh.TriCount(), &size, &params);
+  }
+  ~LibraryTree() {
+    if (status == vtqStsOk) kDispatchTable.KDTreeFree[kPathU8](root);
+  }
+};
+
+// Every library tree passes the checker, and a walk over it finds for each ray the same nearest
+// triangle as testing all triangles.
+TEST(KDTreeTraversal, LibraryTreesMatchBruteForce) {
+  Mesh mixed = UvSphere(10, 20, 1.5f, 4, 4, 1);
+  mixed.Append(AxisAlignedGrid(8));
+  mixed.Append(RandomSoup(150, 3, 4.0f, 0.5f));
+  mixed.Append(Duplicated(UvSphere(4, 6, 0.5f, 2, 6, 0.5f), 2));
+  struct Row {
+    const char* name;
+    Mesh mesh;
+  };
+  const Row meshes[] = {{"mixed scene", mixed}, {"soup", RandomSoup(500, 21, 1.0f, 0.3f)},
+                        {"single", NamedMesh("single")}, {"empty", Mesh()}};
+  struct Params {
+    uint32_t algorithm;
+    unsigned maxDepth;
+    float factor;
+  };
+  const Params params[] = {{KDTreeAlgSimple, 50, 0}, {KDTreeAlgSAH, 50, 0}, {KDTreeAlgSAH, 50, 1},
+                           {KDTreeAlgSAH, 12, 0.5f}, {KDTreeAlgSAH, 1, 0.3f}, {KDTreeAlgSAH, 0, 0.5f}};
+  for (const Row& row : meshes) {
+    std::array<float, 6> box = row.mesh.TriCount() > 0 ? MeshBox(row.mesh) : std::array<float, 6>{0, 0, 0, 1, 1, 1};
+    std::vector<Ray> rays = RandomRays(box, 1500, 5);
+    std::vector<Hit> expected(rays.size());
+    for (size_t r = 0; r < rays.size(); ++r) {
+      for (int32_t t = 0; t < row.mesh.TriCount(); ++t) {
+        double dist = IntersectTriangle(rays[r], row.mesh, t);
+        if (!std::isnan(dist)) expected[r].Offer(dist, t);
+      }
+    }
+    for (const Params& p : params) {
+      SCOPED_TRACE(std::string(row.name) + (p.algorithm == KDTreeAlgSAH ? " SAH" : " simple") + " depth " +
+                   std::to_string(p.maxDepth) + " factor " + std::to_string(p.factor));
+      LibraryTree tree(row.mesh, p.algorithm, p.maxDepth, p.factor);
+      ASSERT_EQ(tree.status, vtqStsOk);
+      KDTreeMesh view{row.mesh.vert.data(), row.mesh.tri.data(), row.mesh.VertCount(), row.mesh.TriCount()};
+      KDTreeCheckOptions options;
+      options.maxDepth = p.maxDepth;
+      options.rootBox = box.data();
+      ASSERT_EQ(CheckKDTree(tree.root, tree.size, view, options), "");
+      const double slack = 1e-6 * std::max({box[3] - box[0], box[4] - box[1], box[5] - box[2]});
+      int mismatches = 0;
+      for (size_t r = 0; r < rays.size() && mismatches < 5; ++r) {
+        Hit hit;
+        std::array<double, 6> cell;
+        for (int j = 0; j < 6; ++j) cell[j] = box[j];
+        WalkTree(reinterpret_cast<const unsigned char*>(tree.root), 0, cell, rays[r], slack, row.mesh, &hit);
+        if (hit.id != expected[r].id || hit.t != expected[r].t) {
+          ++mismatches;
+          ADD_FAILURE() << "ray " << r << ": walk finds " << hit.id << " at " << hit.t << ", brute force "
+                        << expected[r].id << " at " << expected[r].t;
+        }
+      }
+    }
+  }
+}
+
+// The midpoint trees of this file take the same walk: a check that the walk itself reads the
+// format as the checker does, on trees with compact leaves of every size.
+TEST(KDTreeTraversal, HandBuiltTreesMatchBruteForce) {
+  Mesh mesh = UvSphere(8, 12);
+  mesh.Append(AxisAlignedGrid(4));
+  std::array<float, 6> box = MeshBox(mesh);
+  std::vector<Ray> rays = RandomRays(box, 1000, 9);
+  for (bool compact : {false, true}) {
+    TreeBlock block = BuildMidpointTree(mesh, box.data(), 8, 3, compact);
+    ASSERT_EQ(Check(block, mesh), "");
+    for (size_t r = 0; r < rays.size(); ++r) {
+      Hit expected, hit;
+      for (int32_t t = 0; t < mesh.TriCount(); ++t) {
+        double dist = IntersectTriangle(rays[r], mesh, t);
+        if (!std::isnan(dist)) expected.Offer(dist, t);
+      }
+      std::array<double, 6> cell;
+      for (int j = 0; j < 6; ++j) cell[j] = box[j];
+      WalkTree(reinterpret_cast<const unsigned char*>(block.words.data()), 0, cell, rays[r], 1e-6, mesh, &hit);
+      ASSERT_EQ(hit.id, expected.id) << "ray " << r;
+      ASSERT_EQ(hit.t, expected.t) << "ray " << r;
+    }
+  }
+}
+
+// The shared scanned meshes: SAH trees pass the checker.
+TEST(KDTreeBuildAlloc, ScannedMeshesPassTheChecker) {
+  for (const char* name : {"stanford-bunny.obj", "igea.ply"}) {
+    std::string path = SharedDataFile(name);
+    if (path.empty()) GTEST_SKIP() << "shared mesh " << name << " not found; skipping";
+    Mesh mesh;
+    std::string error;
+    ASSERT_TRUE(LoadMesh(path, &mesh, &error)) << error;
+    ASSERT_GT(mesh.TriCount(), 60000);
+    std::array<float, 6> box = MeshBox(mesh);
+    LibraryTree tree(mesh, KDTreeAlgSAH, 50, 0.5f);
+    ASSERT_EQ(tree.status, vtqStsOk);
+    KDTreeMesh view{mesh.vert.data(), mesh.tri.data(), mesh.VertCount(), mesh.TriCount()};
+    KDTreeCheckOptions options;
+    options.rootBox = box.data();
+    KDTreeStats stats;
+    EXPECT_EQ(CheckKDTree(tree.root, tree.size, view, options, &stats), "");
+    EXPECT_GT(stats.leaves, 1000);
+    EXPECT_LT(stats.sahCost, 200.0);  // a useful tree, far below the triangle count of one leaf
+    std::printf("%s: %lld nodes, %lld leaves (%lld empty), %.2f per leaf, depth %d, SAH %.2f\n", name,
+                static_cast<long long>(stats.nodes), static_cast<long long>(stats.leaves),
+                static_cast<long long>(stats.emptyLeaves), stats.averageLeafSize, stats.maxDepth, stats.sahCost);
+  }
 }
 
 }  // namespace

@@ -23,6 +23,9 @@ constexpr double kUnitRoundoff = 0x1p-53;
 // Absolute slack for a product that may have gone subnormal.
 constexpr double kUnderflowSlack = 0x1p-1000;
 
+// A double with a running bound on its distance from the exact value. Inputs (floats widened to
+// double) start exact; each operation adds its own rounding and propagates the operands'
+// bounds. The bounds are generous by a few ulps of themselves, since they are rounded too.
 struct Bounded {
   double v = 0;
   double err = 0;
@@ -41,9 +44,9 @@ Bounded operator-(Bounded a, Bounded b) {
 }
 Bounded operator*(Bounded a, Bounded b) {
   Bounded r(a.v * b.v);
-  r.err = (std::fabs(a.v) * b.err + std::fabs(b.v) * a.err + a.err * b.err) *
-              (1 + 8 * kUnitRoundoff) +
-          kUnitRoundoff * std::fabs(r.v) + kUnderflowSlack;
+  r.err =
+      (std::fabs(a.v) * b.err + std::fabs(b.v) * a.err + a.err * b.err) * (1 + 8 * kUnitRoundoff) +
+      kUnitRoundoff * std::fabs(r.v) + kUnderflowSlack;
   return r;
 }
 
@@ -139,6 +142,8 @@ Exact operator*(const Exact& a, const Exact& b) {
 int SignOf(double x) { return (x > 0) - (x < 0); }
 
 // Evaluates expr (a generic lambda taking a zero of the number type) and returns the exact sign.
+// Written once per predicate as a generic lambda, so the fast and the exact evaluation cannot
+// drift apart. A zero error bound means every step was exact, so even a zero value is decided.
 template <class Expr>
 int ExactSign(const Expr& expr) {
   Bounded fast = expr(Bounded());
@@ -213,6 +218,9 @@ bool TriangleMeetsOpenRect2D(const double p[3][2], const double lo[2], const dou
   return !EdgeAxesSeparate2D(p, lo, hi);
 }
 
+// Does the closed triangle meet the open box? The open box is what makes boundary contact a
+// miss; the caller handles triangles lying flat in an axis plane separately, since they never
+// meet a cell interior when their plane is a cell face.
 bool TriangleMeetsOpenBox(const double v[3][3], const double lo[3], const double hi[3]) {
   for (int j = 0; j < 3; ++j) {
     if (lo[j] >= hi[j]) return false;  // a flat cell has no interior
@@ -242,6 +250,8 @@ bool TriangleMeetsOpenBox(const double v[3][3], const double lo[3], const double
 
 // Tree walk -----------------------------------------------------------------------------------
 
+// Cells are kept in double: they are bounded by float split values and float box coordinates,
+// so every coordinate is exact and the predicates above see the same numbers as the tree.
 struct Box {
   double lo[3];
   double hi[3];
@@ -273,11 +283,14 @@ struct Leaf {
 
 std::string Describe(const Box& box) {
   std::ostringstream out;
-  out << "[" << box.lo[0] << ", " << box.lo[1] << ", " << box.lo[2] << "] - [" << box.hi[0]
-      << ", " << box.hi[1] << ", " << box.hi[2] << "]";
+  out << "[" << box.lo[0] << ", " << box.lo[1] << ", " << box.lo[2] << "] - [" << box.hi[0] << ", "
+      << box.hi[1] << ", " << box.hi[2] << "]";
   return out.str();
 }
 
+// Reads the block once into an index of nodes and leaves (structure), then answers per
+// triangle which leaves it must appear in (coverage). The structural pass never follows an
+// offset before checking it against the block, so a broken tree yields a message, not a crash.
 class Checker {
  public:
   Checker(const VtqrKDTreeNode* tree, int64_t treeSize, const KDTreeMesh& mesh,
@@ -326,6 +339,8 @@ class Checker {
     return false;
   }
 
+  // Triangles are read once, widened to double. Triangles the ray test can never report (zero
+  // area, non-finite coordinates) are marked unusable and exempt from coverage.
   bool ReadTriangles() {
     vertices_.resize(static_cast<size_t>(mesh_.triCount));
     usable_.assign(static_cast<size_t>(mesh_.triCount), false);
@@ -359,6 +374,8 @@ class Checker {
     return true;
   }
 
+  // Triangles lie inside the bounds of their own vertices, so any larger root box cuts the same
+  // triangle pieces into the same leaves; only the cost figures change with it.
   void SetRootBox() {
     if (options_.rootBox != nullptr) {
       for (int j = 0; j < 3; ++j) {
@@ -389,7 +406,9 @@ class Checker {
     return true;
   }
 
-  // Reads every node reachable from the root, depth first, recording cells and leaf lists.
+  // Reads every node reachable from the root, depth first, recording cells and leaf lists. A
+  // node seen twice means two parents share children or an offset loops back; both would make
+  // the traversal revisit cells, and a loop would never end, so either is a fault.
   bool Walk() {
     struct Pending {
       int64_t offset;
@@ -477,6 +496,8 @@ class Checker {
     return ListsClearOfNodes(std::move(nodeOffsets), lists) && IndicesInRange();
   }
 
+  // Decodes the three leaf kinds. Offsets are widened to 64 bits before any arithmetic, so a
+  // list length or distance near the int32 limits cannot wrap into the block.
   bool ReadLeafList(int64_t offset, int32_t w0, int32_t w1, std::vector<int32_t>* out,
                     std::vector<std::pair<int64_t, int64_t>>* lists) {
     if (w1 == 0) return true;
@@ -485,13 +506,13 @@ class Checker {
       int64_t start = offset + listOffset;
       int64_t end = start + 4 * static_cast<int64_t>(w1);
       if (listOffset % 4 != 0) {
-        Fail() << "leaf at byte offset " << offset << " points to a list at distance "
-               << listOffset << ", which is not a multiple of 4";
+        Fail() << "leaf at byte offset " << offset << " points to a list at distance " << listOffset
+               << ", which is not a multiple of 4";
         return Failed();
       }
       if (end > size_) {
-        Fail() << "leaf at byte offset " << offset << " lists " << w1 << " triangles at "
-               << start << ", running past the end of the " << size_ << "-byte block";
+        Fail() << "leaf at byte offset " << offset << " lists " << w1 << " triangles at " << start
+               << ", running past the end of the " << size_ << "-byte block";
         return Failed();
       }
       lists->push_back({start, end});
@@ -565,7 +586,8 @@ class Checker {
     return std::binary_search(leaf.triangles.begin(), leaf.triangles.end(), t);
   }
 
-  // Collects the leaves whose closed cell meets the triangle's bounding box.
+  // Collects the leaves whose closed cell meets the triangle's bounding box. This only prunes:
+  // it may return leaves the triangle misses, and the exact tests decide about each one.
   void LeavesNear(const double tMin[3], const double tMax[3], std::vector<const Leaf*>* out) {
     struct Pending {
       int64_t index;
@@ -593,6 +615,9 @@ class Checker {
     }
   }
 
+  // A triangle that is not flat in any axis plane meets each cell boundary plane in a segment at
+  // most, so the points it shares with no cell interior have zero area: listing it in every
+  // leaf whose open cell it meets is exactly what covering it takes.
   bool CheckTriangle(int32_t t) {
     if (!usable_[t]) return true;
     const double(&v)[3][3] = vertices_[t].v;
@@ -661,9 +686,9 @@ class Checker {
         if (!covered) {
           const char* axisName = "xyz";
           Fail() << "triangle " << t << ", flat in " << axisName[axis] << " = " << c
-                 << ", is listed by no leaf on either side of the plane around ("
-                 << axisName[a] << ", " << axisName[b] << ") in [" << lo[0] << ", " << hi[0]
-                 << "] x [" << lo[1] << ", " << hi[1] << "]";
+                 << ", is listed by no leaf on either side of the plane around (" << axisName[a]
+                 << ", " << axisName[b] << ") in [" << lo[0] << ", " << hi[0] << "] x [" << lo[1]
+                 << ", " << hi[1] << "]";
           return Failed();
         }
       }

@@ -38,14 +38,14 @@ struct KDTreeCheckOptions {
 };
 
 struct KDTreeStats {
-  int64_t nodes = 0;          // every node reached from the root
+  int64_t nodes = 0;  // every node reached from the root
   int64_t interiorNodes = 0;
   int64_t leaves = 0;
   int64_t emptyLeaves = 0;
-  int64_t compactLeaves = 0;  // leaves holding their one to three indices in the node itself
-  int64_t triangleRefs = 0;   // total length of all leaf lists
-  double averageLeafSize = 0; // triangleRefs / non-empty leaves
-  int maxDepth = 0;           // deepest leaf
+  int64_t compactLeaves = 0;   // leaves holding their one to three indices in the node itself
+  int64_t triangleRefs = 0;    // total length of all leaf lists
+  double averageLeafSize = 0;  // triangleRefs / non-empty leaves
+  int maxDepth = 0;            // deepest leaf
   // Surface-area estimates for a random ray that meets the root cell: the expected number of
   // interior nodes it visits and of triangle tests it makes. sahCost is their sum (unit costs),
   // the usual figure for comparing two trees over the same mesh.

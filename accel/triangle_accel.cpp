@@ -33,8 +33,7 @@ void BuildRecord(const Vtq32f* pVert, const Vtq32s* index, VtqrTriangleAccel* re
     e1[j] = pVert[3 * static_cast<std::ptrdiff_t>(index[0]) + j] - p[j];
     e2[j] = pVert[3 * static_cast<std::ptrdiff_t>(index[1]) + j] - p[j];
   }
-  const double n[3] = {e1[1] * e2[2] - e1[2] * e2[1],
-                       e1[2] * e2[0] - e2[2] * e1[0],
+  const double n[3] = {e1[1] * e2[2] - e1[2] * e2[1], e1[2] * e2[0] - e2[2] * e1[0],
                        e2[1] * e1[0] - e1[1] * e2[0]};
 
   // Dominant axis; strict comparisons give ties to x, then y, then z.
@@ -77,8 +76,8 @@ VtqStatus TriangleAccelGetSize(Vtq32s* pSize) {
   return vtqStsOk;
 }
 
-VtqStatus TriangleAccelInit(VtqrTriangleAccel* pAccel, const Vtq32f* pVert,
-                            const Vtq32s* pTriIndex, int triCount) {
+VtqStatus TriangleAccelInit(VtqrTriangleAccel* pAccel, const Vtq32f* pVert, const Vtq32s* pTriIndex,
+                            int triCount) {
   for (int t = 0; t < triCount; ++t) {
     BuildRecord(pVert, pTriIndex + 4 * static_cast<std::ptrdiff_t>(t), pAccel + t);
   }

@@ -50,8 +50,8 @@ inline void AddPolygon(Mesh* mesh, const std::vector<int32_t>& corners) {
 inline size_t PlyTypeSize(const std::string& type) {
   if (type == "char" || type == "uchar" || type == "int8" || type == "uint8") return 1;
   if (type == "short" || type == "ushort" || type == "int16" || type == "uint16") return 2;
-  if (type == "int" || type == "uint" || type == "float" || type == "int32" ||
-      type == "uint32" || type == "float32") {
+  if (type == "int" || type == "uint" || type == "float" || type == "int32" || type == "uint32" ||
+      type == "float32") {
     return 4;
   }
   if (type == "double" || type == "float64") return 8;
@@ -165,7 +165,8 @@ inline bool LoadPly(const std::string& path, Mesh* mesh, std::string* error) {
       for (const Property& property : element.properties) {
         if (!property.countType.empty()) {
           char countBytes[8];
-          in.read(countBytes, static_cast<std::streamsize>(mesh_detail::PlyTypeSize(property.countType)));
+          in.read(countBytes,
+                  static_cast<std::streamsize>(mesh_detail::PlyTypeSize(property.countType)));
           int64_t count = mesh_detail::PlyReadInt(countBytes, property.countType);
           size_t size = mesh_detail::PlyTypeSize(property.type);
           record.resize(static_cast<size_t>(count) * size);
@@ -173,8 +174,8 @@ inline bool LoadPly(const std::string& path, Mesh* mesh, std::string* error) {
           if (element.name == "face") {
             corners.clear();
             for (int64_t i = 0; i < count; ++i) {
-              corners.push_back(static_cast<int32_t>(
-                  mesh_detail::PlyReadInt(record.data() + i * static_cast<int64_t>(size), property.type)));
+              corners.push_back(static_cast<int32_t>(mesh_detail::PlyReadInt(
+                  record.data() + i * static_cast<int64_t>(size), property.type)));
             }
             mesh_detail::AddPolygon(mesh, corners);
           }
@@ -184,7 +185,10 @@ inline bool LoadPly(const std::string& path, Mesh* mesh, std::string* error) {
         size_t size = mesh_detail::PlyTypeSize(property.type);
         in.read(value, static_cast<std::streamsize>(size));
         if (element.name == "vertex" && size == 4 && property.type.rfind("float", 0) == 0) {
-          int axis = property.name == "x" ? 0 : property.name == "y" ? 1 : property.name == "z" ? 2 : -1;
+          int axis = property.name == "x"   ? 0
+                     : property.name == "y" ? 1
+                     : property.name == "z" ? 2
+                                            : -1;
           if (axis >= 0) std::memcpy(&xyz[axis], value, 4);
         }
       }
@@ -244,7 +248,8 @@ inline Mesh RandomSoup(int count, uint32_t seed, float extent = 1.0f, float size
   for (int t = 0; t < count; ++t) {
     float c[3] = {centre(rng), centre(rng), centre(rng)};
     int32_t v[3];
-    for (int i = 0; i < 3; ++i) v[i] = mesh.AddVertex(c[0] + offset(rng), c[1] + offset(rng), c[2] + offset(rng));
+    for (int i = 0; i < 3; ++i)
+      v[i] = mesh.AddVertex(c[0] + offset(rng), c[1] + offset(rng), c[2] + offset(rng));
     mesh.AddTriangle(v[0], v[1], v[2]);
   }
   return mesh;
@@ -275,8 +280,10 @@ inline Mesh AxisAlignedGrid(int n) {
                 c[3] = {x, static_cast<float>(n) / 2, h}, d[3] = {x, 0, h};
     quad(a, b, c, d);
   }
-  const float a[3] = {0, static_cast<float>(n) / 2, 0}, b[3] = {static_cast<float>(n), static_cast<float>(n) / 2, 0},
-              c[3] = {static_cast<float>(n), static_cast<float>(n) / 2, 1}, d[3] = {0, static_cast<float>(n) / 2, 1};
+  const float a[3] = {0, static_cast<float>(n) / 2, 0},
+              b[3] = {static_cast<float>(n), static_cast<float>(n) / 2, 0},
+              c[3] = {static_cast<float>(n), static_cast<float>(n) / 2, 1},
+              d[3] = {0, static_cast<float>(n) / 2, 1};
   quad(a, b, c, d);
   return mesh;
 }
@@ -286,7 +293,8 @@ inline Mesh Duplicated(const Mesh& mesh, int copies) {
   Mesh out;
   out.vert = mesh.vert;
   for (int t = 0; t < mesh.TriCount(); ++t) {
-    for (int k = 0; k < copies; ++k) out.AddTriangle(mesh.tri[4 * t], mesh.tri[4 * t + 1], mesh.tri[4 * t + 2]);
+    for (int k = 0; k < copies; ++k)
+      out.AddTriangle(mesh.tri[4 * t], mesh.tri[4 * t + 1], mesh.tri[4 * t + 2]);
   }
   return out;
 }

@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <array>
 #include <climits>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <cmath>
 #include <functional>
 #include <limits>
 #include <random>
@@ -25,7 +25,9 @@ namespace {
 // A tree block held as 32-bit words (node w0, w1 pairs, then index lists).
 struct TreeBlock {
   std::vector<int32_t> words;
-  const VtqrKDTreeNode* Root() const { return reinterpret_cast<const VtqrKDTreeNode*>(words.data()); }
+  const VtqrKDTreeNode* Root() const {
+    return reinterpret_cast<const VtqrKDTreeNode*>(words.data());
+  }
   int64_t Bytes() const { return 4 * static_cast<int64_t>(words.size()); }
 };
 
@@ -147,7 +149,8 @@ TreeBlock BuildMidpointTree(const Mesh& mesh, const float box[6], int maxDepth, 
 // of 1e-4 of the largest magnitude.
 std::array<float, 6> MeshBox(const Mesh& mesh) {
   std::array<float, 6> box;
-  VtqStatus status = kDispatchTable.SetBoundBox_32f[kPathU8](mesh.vert.data(), mesh.VertCount(), box.data());
+  VtqStatus status =
+      kDispatchTable.SetBoundBox_32f[kPathU8](mesh.vert.data(), mesh.VertCount(), box.data());
   EXPECT_EQ(status, vtqStsOk);
   return box;
 }
@@ -259,7 +262,8 @@ TEST(KDTreeCheck, FlatTriangleCoveredByPiecesOfBothSides) {
     block.words[3] = FloatWord(0.0f);
     block.words[4] = 8 * 3 + 1;  // slot 2 -> slots 5, 6
     block.words[5] = FloatWord(0.0f);
-    for (int leaf = 0; leaf < 4; ++leaf) WriteLeaf(&block, 3 + static_cast<size_t>(leaf), lists[leaf], false);
+    for (int leaf = 0; leaf < 4; ++leaf)
+      WriteLeaf(&block, 3 + static_cast<size_t>(leaf), lists[leaf], false);
     const float box[6] = {-2, -2, -2, 2, 2, 2};
     KDTreeMesh view{mesh.vert.data(), mesh.tri.data(), mesh.VertCount(), mesh.TriCount()};
     KDTreeCheckOptions options;
@@ -302,11 +306,14 @@ TEST(KDTreeCheck, ReportsStructuralFaults) {
       {"NaN split", [](TreeBlock* b) { b->words[1] = 0x7FC00000; }, 50, "NaN"},
       {"too deep", [](TreeBlock*) {}, 3, "deeper than the limit"},
       {"list not aligned", [=](TreeBlock* b) { b->words[2 * listLeaf] -= 2; }, 50, "multiple of 4"},
-      {"list past the end", [=](TreeBlock* b) { b->words[2 * listLeaf + 1] += 1000; }, 50, "past the end"},
-      {"list over a node", [=](TreeBlock* b) { b->words[2 * listLeaf] = -8; }, 50, "overlaps the node"},
+      {"list past the end", [=](TreeBlock* b) { b->words[2 * listLeaf + 1] += 1000; }, 50,
+       "past the end"},
+      {"list over a node", [=](TreeBlock* b) { b->words[2 * listLeaf] = -8; }, 50,
+       "overlaps the node"},
       {"index out of range", [=](TreeBlock* b) { b->words.back() = 1000; }, 50, "outside the"},
       {"negative index", [=](TreeBlock* b) { b->words.back() = -1; }, 50, "outside the"},
-      {"compact count 0", [=](TreeBlock* b) { b->words[2 * listLeaf + 1] = INT_MIN; }, 50, "count of 0"},
+      {"compact count 0", [=](TreeBlock* b) { b->words[2 * listLeaf + 1] = INT_MIN; }, 50,
+       "count of 0"},
       {"compact index out of range",
        [=](TreeBlock* b) {
          b->words[2 * listLeaf] = INT_MIN | 5000;
@@ -404,7 +411,9 @@ double IntersectTriangle(const Ray& ray, const Mesh& mesh, int32_t t) {
     out[1] = a[2] * b[0] - a[0] * b[2];
     out[2] = a[0] * b[1] - a[1] * b[0];
   };
-  auto dot = [](const double a[3], const double b[3]) { return a[0] * b[0] + a[1] * b[1] + a[2] * b[2]; };
+  auto dot = [](const double a[3], const double b[3]) {
+    return a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
+  };
   double p[3], q[3];
   cross(ray.dir, e2, p);
   double det = dot(e1, p);
@@ -495,8 +504,9 @@ struct LibraryTree {
     static const int32_t kNoTri[4] = {};
     VtqrKDTreeBuildParams params{algorithm, maxDepth, factor, 256, 0};
     status = kDispatchTable.KDTreeBuildAlloc[kPathU8](
-        &root, mesh.vert.empty() ? kNoVert : mesh.vert.data(), mesh.tri.empty() ? kNoTri : mesh.tri.data(),
-        mesh.VertCount(), mesh.TriCount(), &size, &params);
+        &root, mesh.vert.empty() ? kNoVert : mesh.vert.data(),
+        mesh.tri.empty() ? kNoTri : mesh.tri.data(), mesh.VertCount(), mesh.TriCount(), &size,
+        &params);
   }
   ~LibraryTree() {
     if (status == vtqStsOk) kDispatchTable.KDTreeFree[kPathU8](root);
@@ -514,17 +524,21 @@ TEST(KDTreeTraversal, LibraryTreesMatchBruteForce) {
     const char* name;
     Mesh mesh;
   };
-  const Row meshes[] = {{"mixed scene", mixed}, {"soup", RandomSoup(500, 21, 1.0f, 0.3f)},
-                        {"single", NamedMesh("single")}, {"empty", Mesh()}};
+  const Row meshes[] = {{"mixed scene", mixed},
+                        {"soup", RandomSoup(500, 21, 1.0f, 0.3f)},
+                        {"single", NamedMesh("single")},
+                        {"empty", Mesh()}};
   struct Params {
     uint32_t algorithm;
     unsigned maxDepth;
     float factor;
   };
-  const Params params[] = {{KDTreeAlgSimple, 50, 0}, {KDTreeAlgSAH, 50, 0}, {KDTreeAlgSAH, 50, 1},
-                           {KDTreeAlgSAH, 12, 0.5f}, {KDTreeAlgSAH, 1, 0.3f}, {KDTreeAlgSAH, 0, 0.5f}};
+  const Params params[] = {{KDTreeAlgSimple, 50, 0}, {KDTreeAlgSAH, 50, 0},
+                           {KDTreeAlgSAH, 50, 1},    {KDTreeAlgSAH, 12, 0.5f},
+                           {KDTreeAlgSAH, 1, 0.3f},  {KDTreeAlgSAH, 0, 0.5f}};
   for (const Row& row : meshes) {
-    std::array<float, 6> box = row.mesh.TriCount() > 0 ? MeshBox(row.mesh) : std::array<float, 6>{0, 0, 0, 1, 1, 1};
+    std::array<float, 6> box =
+        row.mesh.TriCount() > 0 ? MeshBox(row.mesh) : std::array<float, 6>{0, 0, 0, 1, 1, 1};
     std::vector<Ray> rays = RandomRays(box, 1500, 5);
     std::vector<Hit> expected(rays.size());
     for (size_t r = 0; r < rays.size(); ++r) {
@@ -534,11 +548,12 @@ TEST(KDTreeTraversal, LibraryTreesMatchBruteForce) {
       }
     }
     for (const Params& p : params) {
-      SCOPED_TRACE(std::string(row.name) + (p.algorithm == KDTreeAlgSAH ? " SAH" : " simple") + " depth " +
-                   std::to_string(p.maxDepth) + " factor " + std::to_string(p.factor));
+      SCOPED_TRACE(std::string(row.name) + (p.algorithm == KDTreeAlgSAH ? " SAH" : " simple") +
+                   " depth " + std::to_string(p.maxDepth) + " factor " + std::to_string(p.factor));
       LibraryTree tree(row.mesh, p.algorithm, p.maxDepth, p.factor);
       ASSERT_EQ(tree.status, vtqStsOk);
-      KDTreeMesh view{row.mesh.vert.data(), row.mesh.tri.data(), row.mesh.VertCount(), row.mesh.TriCount()};
+      KDTreeMesh view{row.mesh.vert.data(), row.mesh.tri.data(), row.mesh.VertCount(),
+                      row.mesh.TriCount()};
       KDTreeCheckOptions options;
       options.maxDepth = p.maxDepth;
       options.rootBox = box.data();
@@ -549,11 +564,12 @@ TEST(KDTreeTraversal, LibraryTreesMatchBruteForce) {
         Hit hit;
         std::array<double, 6> cell;
         for (int j = 0; j < 6; ++j) cell[j] = box[j];
-        WalkTree(reinterpret_cast<const unsigned char*>(tree.root), 0, cell, rays[r], slack, row.mesh, &hit);
+        WalkTree(reinterpret_cast<const unsigned char*>(tree.root), 0, cell, rays[r], slack,
+                 row.mesh, &hit);
         if (hit.id != expected[r].id || hit.t != expected[r].t) {
           ++mismatches;
-          ADD_FAILURE() << "ray " << r << ": walk finds " << hit.id << " at " << hit.t << ", brute force "
-                        << expected[r].id << " at " << expected[r].t;
+          ADD_FAILURE() << "ray " << r << ": walk finds " << hit.id << " at " << hit.t
+                        << ", brute force " << expected[r].id << " at " << expected[r].t;
         }
       }
     }
@@ -578,7 +594,8 @@ TEST(KDTreeTraversal, HandBuiltTreesMatchBruteForce) {
       }
       std::array<double, 6> cell;
       for (int j = 0; j < 6; ++j) cell[j] = box[j];
-      WalkTree(reinterpret_cast<const unsigned char*>(block.words.data()), 0, cell, rays[r], 1e-6, mesh, &hit);
+      WalkTree(reinterpret_cast<const unsigned char*>(block.words.data()), 0, cell, rays[r], 1e-6,
+               mesh, &hit);
       ASSERT_EQ(hit.id, expected.id) << "ray " << r;
       ASSERT_EQ(hit.t, expected.t) << "ray " << r;
     }
@@ -604,9 +621,10 @@ TEST(KDTreeBuildAlloc, ScannedMeshesPassTheChecker) {
     EXPECT_EQ(CheckKDTree(tree.root, tree.size, view, options, &stats), "");
     EXPECT_GT(stats.leaves, 1000);
     EXPECT_LT(stats.sahCost, 200.0);  // a useful tree, far below the triangle count of one leaf
-    std::printf("%s: %lld nodes, %lld leaves (%lld empty), %.2f per leaf, depth %d, SAH %.2f\n", name,
-                static_cast<long long>(stats.nodes), static_cast<long long>(stats.leaves),
-                static_cast<long long>(stats.emptyLeaves), stats.averageLeafSize, stats.maxDepth, stats.sahCost);
+    std::printf("%s: %lld nodes, %lld leaves (%lld empty), %.2f per leaf, depth %d, SAH %.2f\n",
+                name, static_cast<long long>(stats.nodes), static_cast<long long>(stats.leaves),
+                static_cast<long long>(stats.emptyLeaves), stats.averageLeafSize, stats.maxDepth,
+                stats.sahCost);
   }
 }
 

@@ -46,9 +46,15 @@ Record Reference(const Vec& a, const Vec& b, const Vec& p) {
   const long double eps = 0x1p-52L;
   bool perpendicular = std::fabs(n[u]) < eps && std::fabs(n[v]) < eps;
   if (perpendicular) r.axes |= 0x80000000u;
-  const long double values[9] = {perpendicular ? 0 : n[u] / n[k], p[k], perpendicular ? 0 : n[v] / n[k],
-                                 p[u], p[v], s * e2[u] / n[k], s * e2[v] / n[k],
-                                 s * e1[u] / n[k], s * e1[v] / n[k]};
+  const long double values[9] = {perpendicular ? 0 : n[u] / n[k],
+                                 p[k],
+                                 perpendicular ? 0 : n[v] / n[k],
+                                 p[u],
+                                 p[v],
+                                 s * e2[u] / n[k],
+                                 s * e2[v] / n[k],
+                                 s * e1[u] / n[k],
+                                 s * e1[v] / n[k]};
   for (int i = 0; i < 9; ++i) r.c[i] = static_cast<float>(values[i]);
   return r;
 }
@@ -58,7 +64,8 @@ Record Build(CodePath path, const Vec& a, const Vec& b, const Vec& p) {
   const int32_t index[4] = {1, 2, 0, 0};  // A, B, then the base point P
   Record r;
   std::memset(&r, 0xA5, sizeof(r));
-  EXPECT_EQ(kDispatchTable.TriangleAccelInit[path](reinterpret_cast<VtqrTriangleAccel*>(&r), vert, index, 1),
+  EXPECT_EQ(kDispatchTable.TriangleAccelInit[path](reinterpret_cast<VtqrTriangleAccel*>(&r), vert,
+                                                   index, 1),
             vtqStsOk);
   return r;
 }
@@ -99,9 +106,17 @@ TEST(TriangleAccel, HandMadeTrianglesMatchReference) {
       {"|Ny| = |Nz| > |Nx|", {1, 0, 0}, {0, 1, 1}, {0, 0, 0}, 0},
       {"all equal", {1, 0, 0}, {0, 1, 0}, {0, 0, 1}, 0},
       // The negligibility threshold is strict and applies to both minor components.
-      {"minor component 2^-53", {0, 1, 0}, {0x1p-53f, 0, 1}, {0, 0, 0}, kPerp | (0 << 4) | (1 << 2) | 2},
+      {"minor component 2^-53",
+       {0, 1, 0},
+       {0x1p-53f, 0, 1},
+       {0, 0, 0},
+       kPerp | (0 << 4) | (1 << 2) | 2},
       {"minor component 2^-52", {0, 1, 0}, {0x1p-52f, 0, 1}, {0, 0, 0}, 0},
-      {"other minor component 2^-53", {0x1p-53f, 1, 0}, {0, 0, 1}, {0, 0, 0}, kPerp | (0 << 4) | (1 << 2) | 2},
+      {"other minor component 2^-53",
+       {0x1p-53f, 1, 0},
+       {0, 0, 1},
+       {0, 0, 0},
+       kPerp | (0 << 4) | (1 << 2) | 2},
       {"other minor component 2^-52", {0x1p-52f, 1, 0}, {0, 0, 1}, {0, 0, 0}, 0},
       // Zero area: all 40 bytes zero.
       {"collinear", {1, 1, 1}, {2, 2, 2}, {0, 0, 0}, 0},
@@ -135,22 +150,27 @@ TEST(TriangleAccel, RandomTrianglesWithinOneUlp) {
   for (int t = 0; t < kCount; ++t) {
     float scale = std::exp2(std::floor(exponent(rng)));
     for (int i = 0; i < 3; ++i) {
-      for (int j = 0; j < 3; ++j) vert.push_back(scale * unit(rng) + (j == 0 ? 4 * scale * t / kCount : 0));
+      for (int j = 0; j < 3; ++j)
+        vert.push_back(scale * unit(rng) + (j == 0 ? 4 * scale * t / kCount : 0));
     }
     index.insert(index.end(), {3 * t, 3 * t + 1, 3 * t + 2, 0});
   }
   for (CodePath path : kBothPaths) {
     std::vector<Record> records(kCount);
-    ASSERT_EQ(kDispatchTable.TriangleAccelInit[path](reinterpret_cast<VtqrTriangleAccel*>(records.data()),
-                                                    vert.data(), index.data(), kCount),
-              vtqStsOk);
+    ASSERT_EQ(
+        kDispatchTable.TriangleAccelInit[path](reinterpret_cast<VtqrTriangleAccel*>(records.data()),
+                                               vert.data(), index.data(), kCount),
+        vtqStsOk);
     for (int t = 0; t < kCount; ++t) {
-      auto vertex = [&](int i) { return Vec{vert[9 * t + 3 * i], vert[9 * t + 3 * i + 1], vert[9 * t + 3 * i + 2]}; };
+      auto vertex = [&](int i) {
+        return Vec{vert[9 * t + 3 * i], vert[9 * t + 3 * i + 1], vert[9 * t + 3 * i + 2]};
+      };
       Record expected = Reference(vertex(0), vertex(1), vertex(2));
       ASSERT_EQ(records[t].axes, expected.axes) << "triangle " << t;
       for (int i = 0; i < 9; ++i) {
         float e = expected.c[i], a = records[t].c[i];
-        ASSERT_LE(std::fabs(a - e), std::fabs(std::nextafter(e, INFINITY) - e)) << "triangle " << t << " coefficient " << i;
+        ASSERT_LE(std::fabs(a - e), std::fabs(std::nextafter(e, INFINITY) - e))
+            << "triangle " << t << " coefficient " << i;
       }
     }
   }
@@ -162,7 +182,8 @@ TEST(TriangleAccel, CountBelowOneWritesNothing) {
   for (int count : {0, -1}) {
     Record r;
     std::memset(&r, 0xA5, sizeof(r));
-    EXPECT_EQ(kDispatchTable.TriangleAccelInit[kPathU8](reinterpret_cast<VtqrTriangleAccel*>(&r), vert, index, count),
+    EXPECT_EQ(kDispatchTable.TriangleAccelInit[kPathU8](reinterpret_cast<VtqrTriangleAccel*>(&r),
+                                                        vert, index, count),
               vtqStsOk);
     EXPECT_EQ(r.axes, 0xA5A5A5A5u);
   }
@@ -208,7 +229,8 @@ TEST(BoundBox, MatchesReferenceForEveryTailLength) {
       for (CodePath path : kBothPaths) {
         std::array<float, 6> box;
         ASSERT_EQ(kDispatchTable.SetBoundBox_32f[path](vert.data(), count, box.data()), vtqStsOk);
-        EXPECT_TRUE(SameBits(expected.data(), box.data(), 6)) << count << " vertices, " << PathName(path);
+        EXPECT_TRUE(SameBits(expected.data(), box.data(), 6))
+            << count << " vertices, " << PathName(path);
       }
     }
   }
@@ -224,14 +246,23 @@ TEST(BoundBox, SpecialInputs) {
   };
   const float tiny = static_cast<float>(static_cast<long double>(1e-4f) * FLT_MIN);  // subnormal
   const Case cases[] = {
-      {"no vertices", {}, 0,
-       {FLT_MAX - kMargin, FLT_MAX - kMargin, FLT_MAX - kMargin, -FLT_MAX + kMargin, -FLT_MAX + kMargin,
-        -FLT_MAX + kMargin}},
-      {"negative count", {1, 2, 3}, -5,
-       {FLT_MAX - kMargin, FLT_MAX - kMargin, FLT_MAX - kMargin, -FLT_MAX + kMargin, -FLT_MAX + kMargin,
-        -FLT_MAX + kMargin}},
-      {"origin only: margin of the smallest normal", {0, 0, 0}, 1, {-tiny, -tiny, -tiny, tiny, tiny, tiny}},
-      {"largest magnitude on the min side", {-200, 1, 1, 2, 3, 4}, 2,
+      {"no vertices",
+       {},
+       0,
+       {FLT_MAX - kMargin, FLT_MAX - kMargin, FLT_MAX - kMargin, -FLT_MAX + kMargin,
+        -FLT_MAX + kMargin, -FLT_MAX + kMargin}},
+      {"negative count",
+       {1, 2, 3},
+       -5,
+       {FLT_MAX - kMargin, FLT_MAX - kMargin, FLT_MAX - kMargin, -FLT_MAX + kMargin,
+        -FLT_MAX + kMargin, -FLT_MAX + kMargin}},
+      {"origin only: margin of the smallest normal",
+       {0, 0, 0},
+       1,
+       {-tiny, -tiny, -tiny, tiny, tiny, tiny}},
+      {"largest magnitude on the min side",
+       {-200, 1, 1, 2, 3, 4},
+       2,
        {-200.02f, 1 - 0.02f, 1 - 0.02f, 2 + 0.02f, 3 + 0.02f, 4 + 0.02f}},
   };
   for (const Case& c : cases) {
@@ -242,7 +273,8 @@ TEST(BoundBox, SpecialInputs) {
     ASSERT_EQ(kDispatchTable.SetBoundBox_32f[kPathU8](vert.data(), c.count, box.data()), vtqStsOk);
     if (c.count > 0) {
       EXPECT_TRUE(SameBits(ReferenceBox(c.vert).data(), box.data(), 6));
-      for (int j = 0; j < 6; ++j) EXPECT_NEAR(box[j], c.expected[j], 1e-5f * std::fabs(c.expected[j]) + 1e-45f);
+      for (int j = 0; j < 6; ++j)
+        EXPECT_NEAR(box[j], c.expected[j], 1e-5f * std::fabs(c.expected[j]) + 1e-45f);
     } else {
       EXPECT_TRUE(SameBits(c.expected.data(), box.data(), 6));
     }

@@ -65,7 +65,9 @@ VTQR_API VtqStatus vtqrMul_32f_C1P3IM(const Vtq32f* pSrc, const Vtq32s* pMask,
  * 0xFFC00000 for a zero or NaN dividend; the function carries on with the remaining rays and
  * then returns vtqStsWarnDivByZero (6) if that happened at least once, else vtqStsOk. A zero
  * divisor on a dead ray is no division and raises no warning.
- * Checks: pSrc, pSrcDst; the mask is read but not tested. One ray at a time. */
+ * Checks: pSrc, pSrcDst; the mask is read but not tested. Runs four rays at a time after
+ * single rays up to the first 16-byte boundary of pSrcDst. Rays that take no quotient (dead,
+ * zero divisor) are not divided at all, so no division-by-zero flag is raised. */
 VTQR_API VtqStatus vtqrDiv_32f_C1IM(const Vtq32f* pSrc, const Vtq32s* pMask, Vtq32f* pSrcDst,
                                     int len);
 

@@ -38,7 +38,9 @@ TEST(ParallelChunks, CoversTheRangeOnceInEvenChunks) {
       largest = std::max<int64_t>(largest, end - begin);
     });
     for (int64_t i = 0; i < c.count; ++i) ASSERT_EQ(visits[i], 1) << "item " << i;
-    if (c.count >= c.threads) EXPECT_LE(largest - smallest, 1) << c.threads << " threads";
+    if (c.count >= c.threads) {
+      EXPECT_LE(largest - smallest, 1) << c.threads << " threads";
+    }
   }
 }
 

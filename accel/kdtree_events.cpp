@@ -100,17 +100,21 @@ AxisSplit SearchAxisEvents(const Event* starts, const Event* ends, int count, co
 
 void SplitEventLists(const Event* lists, int count, const uint8_t* side, Event* upper,
                      int upperCount, Event* lower, int lowerCount) {
-  // One side at a time keeps each loop's writes sequential.
+  // Every event is stored and the cursor advances only when it belongs: no branch to
+  // mispredict. The stray store past a list's end lands on the next list's first slot, which is
+  // written afterwards, or on the one spare event behind the last list (the upper child's lists
+  // lie in front of the lower child's, so the upper pass runs first).
   for (int pass = 0; pass < 2; ++pass) {
-    Event* out = pass == 0 ? lower : upper;
-    size_t outCount = size_t(pass == 0 ? lowerCount : upperCount);
-    uint8_t bit = pass == 0 ? 1 : 2;
+    Event* out = pass == 0 ? upper : lower;
+    size_t outCount = size_t(pass == 0 ? upperCount : lowerCount);
+    int shift = pass == 0 ? 1 : 0;
     if (out == nullptr) continue;
     for (int list = 0; list < 6; ++list) {
       const Event* from = lists + list * size_t(count);
       Event* to = out + list * outCount;
       for (int i = 0; i < count; ++i) {
-        if (side[from[i].tri & ~kFlatBit] & bit) *to++ = from[i];
+        *to = from[i];
+        to += (side[from[i].tri & ~kFlatBit] >> shift) & 1;
       }
     }
   }

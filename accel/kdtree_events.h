@@ -18,7 +18,8 @@ void BuildRootEvents(const Box* boxes, const int32_t* ids, int count, Event* lis
 
 // Hands each of a node's six lists on to the children, keeping the order: a triangle goes below
 // when bit 0 of side[triangle] is set and above when bit 1 is. A null child
-// is skipped.
+// is skipped. The upper lists must lie directly in front of the lower ones (when both are
+// written), and one spare event must follow the last list written.
 void SplitEventLists(const Event* lists, int count, const uint8_t* side, Event* upper,
                      int upperCount, Event* lower, int lowerCount);
 

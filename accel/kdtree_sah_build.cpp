@@ -270,7 +270,8 @@ VtqStatus SahBuilder::Split(const Pending& node, const AxisSplit& split, int axi
     size_t parentEnd = node.offset + 6 * size_t(n);
     size_t upperSize = upperLarge ? 6 * size_t(above) : 0;
     size_t lowerSize = lowerLarge ? 6 * size_t(below) : 0;
-    if (!largeStore_.Reserve(parentEnd + upperSize + lowerSize)) return vtqStsErrMemBudget;
+    // One spare event for the list split's last stray store.
+    if (!largeStore_.Reserve(parentEnd + upperSize + lowerSize + 1)) return vtqStsErrMemBudget;
     size_t smallNeed = (upperLarge ? 0 : size_t(above)) + (lowerLarge ? 0 : size_t(below));
     if (!smallStore_.Reserve(smallTop_ + smallNeed)) return vtqStsErrMemBudget;
     const Event* lists = LargeLists(node);

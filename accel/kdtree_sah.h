@@ -1,5 +1,4 @@
-// Split search of the SAH build: the candidate rules shared by the two ways of sweeping a node
-// (the exact sweep of small nodes and the presorted event lists of large ones).
+// Split search of the SAH build: the candidate rules along one axis of a node.
 #ifndef VTQR_ACCEL_KDTREE_SAH_H_
 #define VTQR_ACCEL_KDTREE_SAH_H_
 
@@ -9,9 +8,6 @@
 
 VTQR_PATH_BEGIN
 namespace kdtree {
-
-// Nodes with fewer triangles than this sweep their own triangles; larger ones walk event lists.
-inline constexpr int kSmallNodeLimit = 76;
 
 // Extents not above this are too thin to split.
 inline constexpr float kThinExtent = 1e-5f;
@@ -92,11 +88,6 @@ class AxisSearch {
   int above_ = frame_.total;
 };
 
-// The exact sweep of a small node over the triangles `ids[0..count)`, whose bounds are
-// `boxes[id]`.
-AxisSplit SearchAxisSmall(const Box* boxes, const int32_t* ids, int count, const Box& cell,
-                          int axis, double leafCost);
-
 // One entry of a presorted list: the key (a triangle's start or end on the list's axis) and the
 // triangle number, with kFlatBit set when the triangle is flat on that axis.
 struct Event {
@@ -105,8 +96,10 @@ struct Event {
 };
 inline constexpr uint32_t kFlatBit = 0x80000000u;
 
-// The same search over a node's starts and ends of one axis, each sorted by key. Keys outside
-// the cell are clamped to it, which keeps the order.
+// The search over a node's starts and ends of one axis, each sorted by key. Keys outside the
+// cell are clamped to it, which keeps the order. Every node is searched this way: positions
+// arrive in the same order, with the same counts, as from sorting the node's own clamped starts
+// and ends, so a small node gets exactly the split of that exact sweep without sorting.
 AxisSplit SearchAxisEvents(const Event* starts, const Event* ends, int count, const Box& cell,
                            int axis, double leafCost);
 

@@ -42,12 +42,11 @@ class Scratch {
   size_t capacity_ = 0;
 };
 
-// A node waiting on the stack. Its triangles are the top of one of the two stores: a plain list
-// of triangle numbers for a small node, six event lists for a large one.
+// A node waiting on the stack. Its six event lists sit at `offset` in the event store, on top of
+// those of every node pushed before it.
 struct Pending {
   WorkItem* item;
   size_t offset;
-  bool large;
 };
 
 // Deepest tree allowed plus the sibling each level may leave pending.
@@ -70,18 +69,14 @@ class SahBuilder {
   VtqStatus Process(const Pending& node);
   VtqStatus MakeLeaf(const Pending& node);
   VtqStatus Split(const Pending& node, const AxisSplit& split, int axis);
-  int32_t* SmallIds(const Pending& node) { return &smallStore_[node.offset]; }
-  Event* LargeLists(const Pending& node) { return &largeStore_[node.offset]; }
+  Event* Lists(const Pending& node) { return &events_[node.offset]; }
 
   Arena arena_;
   int maxDepth_;
   float scale_;
   Scratch<Box> boxes_;
   Scratch<uint8_t> side_;
-  Scratch<int32_t> smallStore_;
-  Scratch<Event> largeStore_;
-  size_t smallTop_ = 0;
-  size_t largeTop_ = 0;
+  Scratch<Event> events_;
   Pending stack_[kStackSize];
   int stackSize_ = 0;
 };
@@ -90,12 +85,13 @@ class SahBuilder {
 // outside the vertex array or a coordinate that is not finite cannot be hit and are left out.
 bool SahBuilder::PrepareTriangles(const Vtq32f* pVert, const Vtq32s* pTriIndex, int vertCount,
                                   int triCount, WorkItem* root) {
+  Scratch<int32_t> usable;
   if (!boxes_.Reserve(std::max(triCount, 1)) || !side_.Reserve(std::max(triCount, 1)) ||
-      !smallStore_.Reserve(std::max(triCount, 1))) {
+      !usable.Reserve(std::max(triCount, 1))) {
     return false;
   }
   Box scene = {{INFINITY, INFINITY, INFINITY}, {-INFINITY, -INFINITY, -INFINITY}};
-  int32_t* ids = smallStore_.data();
+  int32_t* ids = usable.data();
   int count = 0;
   for (int t = 0; t < triCount; ++t) {
     const Vtq32s* corner = pTriIndex + 4 * size_t(t);
@@ -127,18 +123,12 @@ bool SahBuilder::PrepareTriangles(const Vtq32f* pVert, const Vtq32s* pTriIndex, 
   root->cell = scene;
   root->count = count;
   root->axis = kLeafAxis;
-  if (count < kSmallNodeLimit) {
-    smallTop_ = size_t(count);
-    stack_[stackSize_++] = {root, 0, false};
-    return true;
-  }
-  // The root's event lists, plus room for the sort's scratch behind them.
+  // The root's event lists, plus room for the sort's scratch behind them. The store grows from
+  // there as the lists of pending nodes pile up (about twice the root's for a balanced tree).
   size_t listSize = 6 * size_t(count);
-  if (!largeStore_.Reserve(2 * listSize + size_t(count))) return false;
-  BuildRootEvents(boxes_.data(), ids, count, largeStore_.data(), largeStore_.data() + listSize);
-  largeTop_ = listSize;
-  smallTop_ = 0;
-  stack_[stackSize_++] = {root, 0, true};
+  if (!events_.Reserve(2 * listSize + size_t(count) + 1)) return false;
+  BuildRootEvents(boxes_.data(), ids, count, events_.data(), events_.data() + listSize);
+  stack_[stackSize_++] = {root, 0};
   return true;
 }
 
@@ -172,10 +162,8 @@ VtqStatus SahBuilder::Process(const Pending& node) {
   for (int axis = 0; axis < 3; ++axis) {
     if (extent[axis] <= kThinExtent) {
       best[axis] = {leafCost, item.cell.lo[axis], 0, 0, true};
-    } else if (!node.large) {
-      best[axis] = SearchAxisSmall(boxes_.data(), SmallIds(node), n, item.cell, axis, leafCost);
     } else {
-      const Event* lists = LargeLists(node) + 2 * axis * size_t(n);
+      const Event* lists = Lists(node) + 2 * axis * size_t(n);
       best[axis] = SearchAxisEvents(lists, lists + n, n, item.cell, axis, leafCost);
     }
   }
@@ -199,20 +187,11 @@ VtqStatus SahBuilder::MakeLeaf(const Pending& node) {
   int n = item.count;
   item.axis = kLeafAxis;
   item.list = nullptr;
-  if (node.large) {
-    largeTop_ = node.offset;
-  } else {
-    smallTop_ = node.offset;
-  }
   if (n == 0) return vtqStsOk;
   auto* list = static_cast<int32_t*>(arena_.Take(sizeof(int32_t) * size_t(n)));
   if (list == nullptr) return vtqStsErrMemBudget;
-  if (node.large) {
-    const Event* starts = LargeLists(node);
-    for (int i = 0; i < n; ++i) list[i] = static_cast<int32_t>(starts[i].tri & ~kFlatBit);
-  } else {
-    std::memcpy(list, SmallIds(node), sizeof(int32_t) * size_t(n));
-  }
+  const Event* starts = Lists(node);
+  for (int i = 0; i < n; ++i) list[i] = static_cast<int32_t>(starts[i].tri & ~kFlatBit);
   std::sort(list, list + n);
   item.list = list;
   return vtqStsOk;
@@ -234,13 +213,8 @@ VtqStatus SahBuilder::Split(const Pending& node, const AxisSplit& split, int axi
     below += side & 1;
     above += side >> 1;
   };
-  if (node.large) {
-    const Event* starts = LargeLists(node) + 2 * axis * size_t(n);
-    for (int i = 0; i < n; ++i) classify(starts[i].tri & ~kFlatBit, starts[i].key);
-  } else {
-    const int32_t* ids = SmallIds(node);
-    for (int i = 0; i < n; ++i) classify(uint32_t(ids[i]), boxes_[ids[i]].lo[axis]);
-  }
+  const Event* axisStarts = Lists(node) + 2 * axis * size_t(n);
+  for (int i = 0; i < n; ++i) classify(axisStarts[i].tri & ~kFlatBit, axisStarts[i].key);
 
   auto* children = static_cast<WorkItem*>(arena_.Take(2 * sizeof(WorkItem)));
   if (children == nullptr) return vtqStsErrMemBudget;
@@ -262,56 +236,17 @@ VtqStatus SahBuilder::Split(const Pending& node, const AxisSplit& split, int axi
 
   // Children are written behind the parent and then moved down over it; the upper child goes
   // first so that the lower one, pushed last, is on top of both stack and store.
-  bool upperLarge = above >= kSmallNodeLimit;
-  bool lowerLarge = below >= kSmallNodeLimit;
-  Pending upperPending{&upper, 0, upperLarge};
-  Pending lowerPending{&lower, 0, lowerLarge};
-  if (node.large) {
-    size_t parentEnd = node.offset + 6 * size_t(n);
-    size_t upperSize = upperLarge ? 6 * size_t(above) : 0;
-    size_t lowerSize = lowerLarge ? 6 * size_t(below) : 0;
-    // One spare event for the list split's last stray store.
-    if (!largeStore_.Reserve(parentEnd + upperSize + lowerSize + 1)) return vtqStsErrMemBudget;
-    size_t smallNeed = (upperLarge ? 0 : size_t(above)) + (lowerLarge ? 0 : size_t(below));
-    if (!smallStore_.Reserve(smallTop_ + smallNeed)) return vtqStsErrMemBudget;
-    const Event* lists = LargeLists(node);
-    SplitEventLists(lists, n, side_.data(), upperLarge ? &largeStore_[parentEnd] : nullptr,
-                    above, lowerLarge ? &largeStore_[parentEnd + upperSize] : nullptr, below);
-    // A child too small for event lists keeps only its triangle numbers.
-    for (int pass = 0; pass < 2; ++pass) {
-      bool isUpper = pass == 0;
-      if (isUpper ? upperLarge : lowerLarge) continue;
-      (isUpper ? upperPending : lowerPending).offset = smallTop_;
-      uint8_t bit = isUpper ? 2 : 1;
-      for (int i = 0; i < n; ++i) {
-        uint32_t tri = lists[i].tri & ~kFlatBit;
-        if (side_[tri] & bit) smallStore_[smallTop_++] = static_cast<int32_t>(tri);
-      }
-    }
-    std::memmove(&largeStore_[node.offset], &largeStore_[parentEnd],
-                 sizeof(Event) * (upperSize + lowerSize));
-    upperPending.offset = upperLarge ? node.offset : upperPending.offset;
-    lowerPending.offset = lowerLarge ? node.offset + upperSize : lowerPending.offset;
-    largeTop_ = node.offset + upperSize + lowerSize;
-  } else {
-    size_t parentEnd = node.offset + size_t(n);
-    if (!smallStore_.Reserve(parentEnd + size_t(above) + size_t(below))) {
-      return vtqStsErrMemBudget;
-    }
-    size_t write = parentEnd;
-    for (int pass = 0; pass < 2; ++pass) {
-      uint8_t bit = pass == 0 ? 2 : 1;
-      for (int i = 0; i < n; ++i) {
-        int32_t tri = smallStore_[node.offset + i];
-        if (side_[tri] & bit) smallStore_[write++] = tri;
-      }
-    }
-    std::memmove(&smallStore_[node.offset], &smallStore_[parentEnd],
-                 sizeof(int32_t) * size_t(above + below));
-    upperPending.offset = node.offset;
-    lowerPending.offset = node.offset + size_t(above);
-    smallTop_ = node.offset + size_t(above + below);
-  }
+  size_t parentEnd = node.offset + 6 * size_t(n);
+  size_t upperSize = 6 * size_t(above);
+  size_t lowerSize = 6 * size_t(below);
+  // One spare event for the list split's last stray store.
+  if (!events_.Reserve(parentEnd + upperSize + lowerSize + 1)) return vtqStsErrMemBudget;
+  SplitEventLists(Lists(node), n, side_.data(), &events_[parentEnd], above,
+                  &events_[parentEnd + upperSize], below);
+  std::memmove(&events_[node.offset], &events_[parentEnd],
+               sizeof(Event) * (upperSize + lowerSize));
+  Pending upperPending{&upper, node.offset};
+  Pending lowerPending{&lower, node.offset + upperSize};
   stack_[stackSize_++] = upperPending;
   stack_[stackSize_++] = lowerPending;
   return vtqStsOk;

@@ -138,9 +138,10 @@ typedef struct VtqrKDTreeBuildParams {
  * and ending that axis's search), otherwise planes through triangles lying in the cell's faces
  * (weighted 0.7), then a sweep over every triangle start and end with triangles in the plane
  * sent to the cheaper side; the first of equal costs wins. Ties between axes go to x over y
- * and to z over the cheapest. Nodes of fewer than 76 triangles sort their own starts and ends;
- * larger nodes walk per-axis event lists sorted once at the root and handed down to children in
- * order, so the whole build takes O(N log N) time; both give the same split. Triangles
+ * and to z over the cheapest. Every node, small or large, walks per-axis event lists sorted once
+ * at the root and handed down to the children in order, so the whole build takes O(N log N)
+ * time; for nodes of fewer than 76 triangles this gives exactly the split of sorting the node's
+ * own starts and ends, at a third of the cost. Triangles
  * straddling a plane go to both children with their bounds clipped to each child's cell on the
  * split axis (not to the triangle itself). The final block places nodes depth first, the lower
  * child's subtree directly behind its pair. */

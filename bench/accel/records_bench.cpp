@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "mesh_loader.h"
+#include "tools/mesh/mesh_loader.h"
 #include "vtqr.h"
 
 namespace {

@@ -15,7 +15,7 @@
 #include "accel/kdtree_events.h"
 #include "accel/kdtree_layout.h"
 #include "accel/kdtree_sah.h"
-#include "mesh_loader.h"
+#include "tools/mesh/mesh_loader.h"
 #include "test_util.h"
 #include "vtqr.h"
 

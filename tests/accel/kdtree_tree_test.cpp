@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "accel/kdtree_check.h"
-#include "mesh_loader.h"
+#include "tools/mesh/mesh_loader.h"
 #include "test_util.h"
 #include "vtqr.h"
 

@@ -1,8 +1,8 @@
 // Triangle meshes for tests and benchmarks: readers for the shared OBJ and PLY files and a few
 // generators that stress the tree builder (curved surfaces, random soups, coplanar grids,
-// duplicates). Header-only so benchmarks can use it without linking the test support code.
-#ifndef VTQR_TESTS_MESH_LOADER_H_
-#define VTQR_TESTS_MESH_LOADER_H_
+// duplicates). Header-only, so tests, benchmarks and examples include it without linking anything.
+#ifndef VTQR_TOOLS_MESH_MESH_LOADER_H_
+#define VTQR_TOOLS_MESH_MESH_LOADER_H_
 
 #include <cmath>
 #include <cstdint>
@@ -24,10 +24,17 @@ struct Mesh {
   int VertCount() const { return static_cast<int>(vert.size() / 3); }
   int TriCount() const { return static_cast<int>(tri.size() / 4); }
   int32_t AddVertex(float x, float y, float z) {
-    vert.insert(vert.end(), {x, y, z});
+    vert.push_back(x);
+    vert.push_back(y);
+    vert.push_back(z);
     return VertCount() - 1;
   }
-  void AddTriangle(int32_t a, int32_t b, int32_t c) { tri.insert(tri.end(), {a, b, c, 0}); }
+  void AddTriangle(int32_t a, int32_t b, int32_t c) {
+    tri.push_back(a);
+    tri.push_back(b);
+    tri.push_back(c);
+    tri.push_back(0);
+  }
   // Appends another mesh, renumbering its vertices.
   void Append(const Mesh& other) {
     int32_t base = VertCount();
@@ -301,4 +308,4 @@ inline Mesh Duplicated(const Mesh& mesh, int copies) {
 
 }  // namespace vtqr::test
 
-#endif  // VTQR_TESTS_MESH_LOADER_H_
+#endif  // VTQR_TOOLS_MESH_MESH_LOADER_H_

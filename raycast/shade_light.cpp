@@ -11,29 +11,21 @@ using namespace shade;
 // srcDst.c += (src2.c * scale[c]) * src for live rays over [begin, end); dead rays keep their
 // colour bit for bit.
 template <class Lanes>
-void AddMulMulRays(const Vtq32f scale[3], const Vtq32f* src, const Vtq32f* const src2[3],
-                   const Vtq32s* mask, Vtq32f* const srcDst[3], int begin, int end) {
-  const Vtq32f* src2X = src2[0];
-  const Vtq32f* src2Y = src2[1];
-  const Vtq32f* src2Z = src2[2];
-  Vtq32f* srcDstX = srcDst[0];
-  Vtq32f* srcDstY = srcDst[1];
-  Vtq32f* srcDstZ = srcDst[2];
-  const __m128 scaleX = _mm_set1_ps(scale[0]);
-  const __m128 scaleY = _mm_set1_ps(scale[1]);
-  const __m128 scaleZ = _mm_set1_ps(scale[2]);
+void AddMulMulRays(const Vtq32f scale[3], const Vtq32f* src, Planes<const Vtq32f> src2,
+                   const Vtq32s* mask, Planes<Vtq32f> srcDst, int begin, int end) {
+  const Vec3 k = Broadcast(scale);
   for (int i = begin; i < end; i += Lanes::kWidth) {
     __m128 dead = DeadLanes(Lanes::LoadMask(mask + i));
     __m128 s = Lanes::Load(src + i);
-    __m128 x = Lanes::Load(srcDstX + i);
-    __m128 y = Lanes::Load(srcDstY + i);
-    __m128 z = Lanes::Load(srcDstZ + i);
-    __m128 addX = _mm_mul_ps(_mm_mul_ps(Lanes::Load(src2X + i), scaleX), s);
-    __m128 addY = _mm_mul_ps(_mm_mul_ps(Lanes::Load(src2Y + i), scaleY), s);
-    __m128 addZ = _mm_mul_ps(_mm_mul_ps(Lanes::Load(src2Z + i), scaleZ), s);
-    Lanes::Store(srcDstX + i, Select(dead, x, _mm_add_ps(x, addX)));
-    Lanes::Store(srcDstY + i, Select(dead, y, _mm_add_ps(y, addY)));
-    Lanes::Store(srcDstZ + i, Select(dead, z, _mm_add_ps(z, addZ)));
+    Vec3 light = Load3<Lanes>(src2, i);
+    Vec3 sum = Load3<Lanes>(srcDst, i);
+    __m128 addX = _mm_mul_ps(_mm_mul_ps(light.x, k.x), s);
+    __m128 addY = _mm_mul_ps(_mm_mul_ps(light.y, k.y), s);
+    __m128 addZ = _mm_mul_ps(_mm_mul_ps(light.z, k.z), s);
+    Store3<Lanes>(srcDst, i,
+                  {Select(dead, sum.x, _mm_add_ps(sum.x, addX)),
+                   Select(dead, sum.y, _mm_add_ps(sum.y, addY)),
+                   Select(dead, sum.z, _mm_add_ps(sum.z, addZ))});
   }
 }
 
@@ -46,15 +38,10 @@ inline __m128 ClampedDistance(__m128 q) {
 
 // dst = max(1, |pos - point|) for live rays, 1 for dead ones.
 template <class Lanes>
-void DistAttenuationRays(const Vtq32f point[3], const Vtq32f* const pos[3], const Vtq32s* mask,
+void DistAttenuationRays(const Vtq32f point[3], Planes<const Vtq32f> pos, const Vtq32s* mask,
                          Vtq32f* dst, int len) {
-  const Vtq32f* posX = pos[0];
-  const Vtq32f* posY = pos[1];
-  const Vtq32f* posZ = pos[2];
   const __m128 one = _mm_set1_ps(1.0f);
-  const __m128 px = _mm_set1_ps(point[0]);
-  const __m128 py = _mm_set1_ps(point[1]);
-  const __m128 pz = _mm_set1_ps(point[2]);
+  const Vec3 origin = Broadcast(point);
   for (int i = 0; i < len; i += Lanes::kWidth) {
     __m128 dead = DeadLanes(Lanes::LoadMask(mask + i));
     // A packet of rays that all missed costs one store: the positions are not even read.
@@ -62,10 +49,8 @@ void DistAttenuationRays(const Vtq32f point[3], const Vtq32f* const pos[3], cons
       Lanes::Store(dst + i, one);
       continue;
     }
-    __m128 dx = _mm_sub_ps(Lanes::Load(posX + i), px);
-    __m128 dy = _mm_sub_ps(Lanes::Load(posY + i), py);
-    __m128 dz = _mm_sub_ps(Lanes::Load(posZ + i), pz);
-    __m128 q = Dot3(dx, dy, dz, dx, dy, dz);
+    Vec3 d = Sub(Load3<Lanes>(pos, i), origin);
+    __m128 q = Dot(d, d);
     Lanes::Store(dst + i, Select(dead, one, ClampedDistance(q)));
   }
 }
@@ -81,19 +66,19 @@ VtqStatus AddMulMul_32f_AC1P3IM(const Vtq32f pScale[3], const Vtq32f* pSrc,
   if (len < 1) return vtqStsOk;
 
   // Single rays up to the x plane's 16-byte boundary, then fours, then the tail.
-  int head = RaysToBoundary(pSrcDst[0], len);
+  Planes<const Vtq32f> light(pSrc2);
+  Planes<Vtq32f> sum(pSrcDst);
+  int head = RaysToBoundary(sum.x, len);
   int bodyEnd = head + (len - head) / 4 * 4;
-  AddMulMulRays<OneRay>(pScale, pSrc, pSrc2, pMask, pSrcDst, 0, head);
+  AddMulMulRays<OneRay>(pScale, pSrc, light, pMask, sum, 0, head);
   bool aligned = Aligned16(pSrc + head) && Aligned16(pMask + head) &&
-                 Aligned16(pSrc2[0] + head) && Aligned16(pSrc2[1] + head) &&
-                 Aligned16(pSrc2[2] + head) && Aligned16(pSrcDst[1] + head) &&
-                 Aligned16(pSrcDst[2] + head);
+                 light.Aligned16At(head) && sum.Aligned16At(head);
   if (aligned) {
-    AddMulMulRays<AlignedFour>(pScale, pSrc, pSrc2, pMask, pSrcDst, head, bodyEnd);
+    AddMulMulRays<AlignedFour>(pScale, pSrc, light, pMask, sum, head, bodyEnd);
   } else {
-    AddMulMulRays<UnalignedFour>(pScale, pSrc, pSrc2, pMask, pSrcDst, head, bodyEnd);
+    AddMulMulRays<UnalignedFour>(pScale, pSrc, light, pMask, sum, head, bodyEnd);
   }
-  AddMulMulRays<OneRay>(pScale, pSrc, pSrc2, pMask, pSrcDst, bodyEnd, len);
+  AddMulMulRays<OneRay>(pScale, pSrc, light, pMask, sum, bodyEnd, len);
   return vtqStsOk;
 }
 
@@ -102,12 +87,12 @@ VtqStatus DistAttenuationSO_32f_M(const Vtq32f pPoint[3], const Vtq32f* const pP
   if (pPos == nullptr || pMask == nullptr || pDst == nullptr) return vtqStsErrNullPtr;
   if (len < 1) return vtqStsOk;
 
-  bool aligned = Aligned16(pPos[0]) && Aligned16(pPos[1]) && Aligned16(pPos[2]) &&
-                 Aligned16(pMask) && Aligned16(pDst);
+  Planes<const Vtq32f> pos(pPos);
+  bool aligned = Aligned16(pos) && Aligned16(pMask) && Aligned16(pDst);
   if (aligned && len % 4 == 0) {
-    DistAttenuationRays<AlignedFour>(pPoint, pPos, pMask, pDst, len);
+    DistAttenuationRays<AlignedFour>(pPoint, pos, pMask, pDst, len);
   } else {
-    DistAttenuationRays<OneRay>(pPoint, pPos, pMask, pDst, len);
+    DistAttenuationRays<OneRay>(pPoint, pos, pMask, pDst, len);
   }
   return vtqStsOk;
 }

@@ -14,28 +14,20 @@ using namespace shade;
 // keeps its normal bit for bit and gets dst = 0. s is applied as a real multiply rather than a
 // sign flip so that the arithmetic is the one the formula names, NaN quieting included.
 template <class Lanes>
-void DotChangeNormRays(const Vtq32f* const ray[3], const Vtq32s* mask, Vtq32f* const n[3],
+void DotChangeNormRays(Planes<const Vtq32f> ray, const Vtq32s* mask, Planes<Vtq32f> normal,
                        Vtq32f* dst, int len) {
-  const Vtq32f* rayX = ray[0];
-  const Vtq32f* rayY = ray[1];
-  const Vtq32f* rayZ = ray[2];
-  Vtq32f* nX = n[0];
-  Vtq32f* nY = n[1];
-  Vtq32f* nZ = n[2];
   const __m128 one = _mm_set1_ps(1.0f);
   const __m128 zero = _mm_setzero_ps();
   for (int i = 0; i < len; i += Lanes::kWidth) {
     __m128 dead = DeadLanes(Lanes::LoadMask(mask + i));
-    __m128 nx = Lanes::Load(nX + i);
-    __m128 ny = Lanes::Load(nY + i);
-    __m128 nz = Lanes::Load(nZ + i);
-    __m128 d = Dot3(Lanes::Load(rayX + i), Lanes::Load(rayY + i), Lanes::Load(rayZ + i),
-                    nx, ny, nz);
+    Vec3 n = Load3<Lanes>(normal, i);
+    __m128 d = Dot(Load3<Lanes>(ray, i), n);
     // A NaN d compares false and keeps s = +1.
     __m128 s = _mm_or_ps(one, _mm_and_ps(_mm_cmpgt_ps(d, zero), SignBits()));
-    Lanes::Store(nX + i, Select(dead, nx, _mm_mul_ps(nx, s)));
-    Lanes::Store(nY + i, Select(dead, ny, _mm_mul_ps(ny, s)));
-    Lanes::Store(nZ + i, Select(dead, nz, _mm_mul_ps(nz, s)));
+    Vec3 turned = {_mm_mul_ps(n.x, s), _mm_mul_ps(n.y, s), _mm_mul_ps(n.z, s)};
+    Store3<Lanes>(normal, i,
+                  {Select(dead, n.x, turned.x), Select(dead, n.y, turned.y),
+                   Select(dead, n.z, turned.z)});
     Lanes::Store(dst + i, LiveOrZero(dead, _mm_mul_ps(d, s)));
   }
 }
@@ -56,17 +48,15 @@ void MulRays(const Vtq32f* src, const Vtq32s* mask, Vtq32f* srcDst, int begin, i
 
 // The same for three planes sharing one src and mask; each plane is (p * src) * m.
 template <class Lanes>
-void MulPlanesRays(const Vtq32f* src, const Vtq32s* mask, Vtq32f* const p[3], int begin,
+void MulPlanesRays(const Vtq32f* src, const Vtq32s* mask, Planes<Vtq32f> p, int begin,
                    int end) {
-  Vtq32f* pX = p[0];
-  Vtq32f* pY = p[1];
-  Vtq32f* pZ = p[2];
   for (int i = begin; i < end; i += Lanes::kWidth) {
     __m128 m = LiveFactor(Lanes::LoadMask(mask + i));
     __m128 s = Lanes::Load(src + i);
-    Lanes::Store(pX + i, _mm_mul_ps(_mm_mul_ps(Lanes::Load(pX + i), s), m));
-    Lanes::Store(pY + i, _mm_mul_ps(_mm_mul_ps(Lanes::Load(pY + i), s), m));
-    Lanes::Store(pZ + i, _mm_mul_ps(_mm_mul_ps(Lanes::Load(pZ + i), s), m));
+    Vec3 v = Load3<Lanes>(p, i);
+    Store3<Lanes>(p, i,
+                  {_mm_mul_ps(_mm_mul_ps(v.x, s), m), _mm_mul_ps(_mm_mul_ps(v.y, s), m),
+                   _mm_mul_ps(_mm_mul_ps(v.z, s), m)});
   }
 }
 
@@ -79,13 +69,13 @@ VtqStatus DotChangeNorm_32f_IM(const Vtq32f* const pSrc[3], const Vtq32s* pMask,
   }
   if (len < 1) return vtqStsOk;
 
-  bool aligned = Aligned16(pSrc[0]) && Aligned16(pSrc[1]) && Aligned16(pSrc[2]) &&
-                 Aligned16(pMask) && Aligned16(pSrcDst[0]) && Aligned16(pSrcDst[1]) &&
-                 Aligned16(pSrcDst[2]) && Aligned16(pDst);
+  Planes<const Vtq32f> ray(pSrc);
+  Planes<Vtq32f> normal(pSrcDst);
+  bool aligned = Aligned16(ray) && Aligned16(pMask) && Aligned16(normal) && Aligned16(pDst);
   if (aligned && len % 4 == 0) {
-    DotChangeNormRays<AlignedFour>(pSrc, pMask, pSrcDst, pDst, len);
+    DotChangeNormRays<AlignedFour>(ray, pMask, normal, pDst, len);
   } else {
-    DotChangeNormRays<OneRay>(pSrc, pMask, pSrcDst, pDst, len);
+    DotChangeNormRays<OneRay>(ray, pMask, normal, pDst, len);
   }
   return vtqStsOk;
 }
@@ -113,16 +103,16 @@ VtqStatus Mul_32f_C1P3IM(const Vtq32f* pSrc, const Vtq32s* pMask, Vtq32f* const 
   if (len < 1) return vtqStsOk;
 
   // The x plane sets the boundary; the planes of one packet usually share their alignment.
-  int head = RaysToBoundary(pSrcDst[0], len);
+  Planes<Vtq32f> planes(pSrcDst);
+  int head = RaysToBoundary(planes.x, len);
   int bodyEnd = head + (len - head) / 4 * 4;
-  MulPlanesRays<OneRay>(pSrc, pMask, pSrcDst, 0, head);
-  if (Aligned16(pSrc + head) && Aligned16(pMask + head) && Aligned16(pSrcDst[1] + head) &&
-      Aligned16(pSrcDst[2] + head)) {
-    MulPlanesRays<AlignedFour>(pSrc, pMask, pSrcDst, head, bodyEnd);
+  MulPlanesRays<OneRay>(pSrc, pMask, planes, 0, head);
+  if (Aligned16(pSrc + head) && Aligned16(pMask + head) && planes.Aligned16At(head)) {
+    MulPlanesRays<AlignedFour>(pSrc, pMask, planes, head, bodyEnd);
   } else {
-    MulPlanesRays<UnalignedFour>(pSrc, pMask, pSrcDst, head, bodyEnd);
+    MulPlanesRays<UnalignedFour>(pSrc, pMask, planes, head, bodyEnd);
   }
-  MulPlanesRays<OneRay>(pSrc, pMask, pSrcDst, bodyEnd, len);
+  MulPlanesRays<OneRay>(pSrc, pMask, planes, bodyEnd, len);
   return vtqStsOk;
 }
 

@@ -73,12 +73,59 @@ inline __m128 Select(__m128 cond, __m128 a, __m128 b) {
 inline __m128 SignBits() { return _mm_castsi128_ps(_mm_set1_epi32(INT32_MIN)); }
 inline __m128 Abs(__m128 v) { return _mm_andnot_ps(SignBits(), v); }
 
-// ax*bx + ay*by + az*bz, summed left to right like the scalar formula.
-inline __m128 Dot3(__m128 ax, __m128 ay, __m128 az, __m128 bx, __m128 by, __m128 bz) {
-  return _mm_add_ps(_mm_add_ps(_mm_mul_ps(ax, bx), _mm_mul_ps(ay, by)), _mm_mul_ps(az, bz));
+inline bool Aligned16(const void* p) { return (reinterpret_cast<uintptr_t>(p) & 15) == 0; }
+
+// The three planes of a P3 argument, copied out of the caller's pointer array once: intrinsic
+// stores may alias anything, so planes read through the array would be reloaded after every
+// store.
+template <class T>
+struct Planes {
+  explicit Planes(T* const p[3]) : x(p[0]), y(p[1]), z(p[2]) {}
+  // Element i of every plane lies on a 16-byte boundary.
+  bool Aligned16At(int i) const {
+    return Aligned16(x + i) && Aligned16(y + i) && Aligned16(z + i);
+  }
+  T* x;
+  T* y;
+  T* z;
+};
+
+template <class T>
+bool Aligned16(const Planes<T>& p) {
+  return p.Aligned16At(0);
 }
 
-inline bool Aligned16(const void* p) { return (reinterpret_cast<uintptr_t>(p) & 15) == 0; }
+// x, y and z of the rays in a step.
+struct Vec3 {
+  __m128 x, y, z;
+};
+
+template <class Lanes, class T>
+Vec3 Load3(const Planes<T>& p, int i) {
+  return {Lanes::Load(p.x + i), Lanes::Load(p.y + i), Lanes::Load(p.z + i)};
+}
+
+template <class Lanes>
+void Store3(const Planes<Vtq32f>& p, int i, Vec3 v) {
+  Lanes::Store(p.x + i, v.x);
+  Lanes::Store(p.y + i, v.y);
+  Lanes::Store(p.z + i, v.z);
+}
+
+// One constant vector (a light position, a colour) in every lane.
+inline Vec3 Broadcast(const Vtq32f v[3]) {
+  return {_mm_set1_ps(v[0]), _mm_set1_ps(v[1]), _mm_set1_ps(v[2])};
+}
+
+inline Vec3 Sub(Vec3 a, Vec3 b) {
+  return {_mm_sub_ps(a.x, b.x), _mm_sub_ps(a.y, b.y), _mm_sub_ps(a.z, b.z)};
+}
+
+// a.x*b.x + a.y*b.y + a.z*b.z, summed left to right like the scalar formula.
+inline __m128 Dot(Vec3 a, Vec3 b) {
+  return _mm_add_ps(_mm_add_ps(_mm_mul_ps(a.x, b.x), _mm_mul_ps(a.y, b.y)),
+                    _mm_mul_ps(a.z, b.z));
+}
 
 // Number of single rays to run before the destination reaches a 16-byte boundary. A plane that
 // is not even 4-byte aligned never gets there, so all of it runs singly.

@@ -1,0 +1,141 @@
+// Basis evaluation with both methods: accuracy against the long-double
+// reference, the listed values, the batched paths against one direction alone,
+// the one-band export, streamed output.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+#include "sh/sh_test_util.h"
+
+namespace vtqr::test {
+namespace {
+
+// Bounds in terms of N(l) = sqrt((2l+1)/(4 pi)), which bounds every |Y(l, m)|;
+// a wrong constant, sign or term misses by about N(l). Direct: one float ulp
+// for the final rounding, plus the rounding of x^2, y^2, z^2 to float, which
+// moves a band-l polynomial by its slope (~l^2, Markov's inequality) times
+// 2^-25: measured 0.12 l^2 units of 2^-24 N(l), allowed twice that plus 2.
+// Recurrence: a few float roundings per band, each relative to values of scale
+// N(l), and the recurrence in l is stable, so the error grows linearly:
+// measured 0.7 (l+1) units of 2^-23 N(l), allowed 2 (l+1).
+TEST(SHEval, MatchesLongDoubleReference) {
+  const Directions d(3000, 11, true);
+  for (int method : kMethods) {
+    State state(15, method);
+    for (Vtq32u order : {0u, 1u, 2u, 15u}) {
+      std::vector<float> out(SetSize(order) * d.count());
+      ASSERT_EQ(vtqStsOk, Eval(d.x.data(), d.y.data(), d.z.data(), d.count(), out.data(), order,
+                               state.get()));
+      for (int i = 0; i < d.count(); ++i) {
+        const auto ref = ShReferenceSet(static_cast<int>(order), d.x[i], d.y[i], d.z[i]);
+        for (int k = 0; k < static_cast<int>(ref.size()); ++k) {
+          const int l = static_cast<int>(std::sqrt(k));
+          const float r = std::fabs(static_cast<float>(ref[k]));
+          const long double bound =
+              method == vtqrSHDirect ? (std::nextafter(r, INFINITY) - r) +
+                                           (l * l / 4.0L + 2.0L) * 0x1p-24L * ShNormalisation(l, 0)
+                                     : 2.0L * (l + 1) * 0x1p-23L * ShNormalisation(l, 0);
+          ASSERT_LE(std::fabs(out[i * ref.size() + k] - ref[k]), bound)
+              << "method " << method << " Y(" << l << ", " << k - l * l - l << ") at (" << d.x[i]
+              << ", " << d.y[i] << ", " << d.z[i] << ")";
+        }
+      }
+    }
+  }
+}
+
+// The direct method rounds once, so it gives the nearest floats (either sign of
+// zero); the recurrence starts from its table's constant for Y(0, 0) and comes
+// close elsewhere.
+TEST(SHEval, ListedValues) {
+  struct Row {
+    float x, y, z;
+    Vtq32u order;
+    std::vector<float> values;
+  };
+  const float kY00 = FromBits(0x3E906EBB);
+  const Row rows[] = {
+      {0, 0, 1, 0, {kY00}},
+      {0, 0, 1, 2, {kY00, 0, 0.48860252f, 0, 0, 0, 0.63078313f, 0, 0}},
+      {1, 0, 0, 1, {kY00, 0, 0, -0.48860252f}},
+  };
+  for (int method : kMethods) {
+    State state(2, method);
+    for (const Row &row : rows) {
+      std::vector<float> out(row.values.size());
+      ASSERT_EQ(vtqStsOk, Eval(&row.x, &row.y, &row.z, 1, out.data(), row.order, state.get()));
+      for (size_t k = 0; k < out.size(); ++k) {
+        const double tolerance = method == vtqrSHDirect || k == 0 ? 0.0 : 1e-7;
+        EXPECT_NEAR(row.values[k], out[k], tolerance) << "order " << row.order << " " << k;
+      }
+    }
+  }
+}
+
+// The recurrence runs eight or four directions side by side and the rest alone,
+// the direct method pairs; each direction must get the bits it gets alone (a
+// lower order's set being the head of the order-15 set) for every count, order
+// and alignment, with nothing written outside the sets. The one-band export
+// gives the direct set's slice of that band.
+TEST(SHEval, BatchesMatchOneDirection) {
+  const Directions d(17, 5);
+  for (int method : kMethods) {
+    State state(15, method);
+    std::vector<float> alone(256 * 17);
+    for (int i = 0; i < 17; ++i) {
+      ASSERT_EQ(vtqStsOk, Eval(&d.x[i], &d.y[i], &d.z[i], 1, &alone[i * 256], 15, state.get()));
+    }
+    for (Vtq32u order = 0; order <= 15; ++order) {
+      const size_t set = SetSize(order);
+      for (int n : {1, 2, 3, 4, 5, 7, 8, 9, 13, 17}) {
+        for (size_t offset : {0u, 1u, 3u}) {
+          SCOPED_TRACE(::testing::Message() << "method " << method << " order " << order << " n "
+                                            << n << " offset " << offset);
+          AlignedFloats x(n, offset), y(n, offset + 1), z(n, 2 * offset);
+          std::copy_n(d.x.begin(), n, x.begin());
+          std::copy_n(d.y.begin(), n, y.begin());
+          std::copy_n(d.z.begin(), n, z.begin());
+          std::vector<float> out(set * n + offset + 4, Sentinel());
+          ASSERT_EQ(vtqStsOk,
+                    Eval(x.data(), y.data(), z.data(), n, &out[offset], order, state.get()));
+          for (int i = 0; i < n; ++i) {
+            ASSERT_TRUE(SameBits(&alone[i * 256], &out[offset + i * set], set)) << "at " << i;
+          }
+          for (size_t k = 0; k < out.size(); ++k) {
+            if (k < offset || k >= offset + set * n) {
+              ASSERT_EQ(kSentinelBits, Bits(out[k]));
+            }
+          }
+          if (method != vtqrSHDirect) continue;
+          const size_t width = 2 * order + 1;
+          std::vector<float> band(width * n + 1, Sentinel());
+          ASSERT_EQ(vtqStsOk, kDispatchTable.SHBand_32f[kPathU8](x.data(), y.data(), z.data(), n,
+                                                                 band.data(), order));
+          for (int i = 0; i < n; ++i) {
+            ASSERT_TRUE(SameBits(&alone[i * 256 + order * order], &band[i * width], width));
+          }
+          ASSERT_EQ(kSentinelBits, Bits(band.back()));
+        }
+      }
+    }
+  }
+}
+
+// Outputs of 16 MiB or more go out with non-temporal stores when the
+// destination is 16-byte aligned; the unaligned destination takes the cached
+// stores, with the same bits.
+TEST(SHEval, StreamedOutputMatchesCachedOutput) {
+  State state(15, vtqrSHRecurrence);
+  constexpr int kCount = 16384 + 5;
+  const Directions d(kCount, 3);
+  AlignedFloats streamed(kCount * 256), cached(kCount * 256, 1);
+  for (AlignedFloats *out : {&streamed, &cached}) {
+    ASSERT_EQ(vtqStsOk,
+              Eval(d.x.data(), d.y.data(), d.z.data(), kCount, out->data(), 15, state.get()));
+  }
+  EXPECT_TRUE(SameBits(cached.data(), streamed.data(), kCount * 256));
+}
+
+}  // namespace
+}  // namespace vtqr::test

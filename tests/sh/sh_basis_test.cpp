@@ -1,6 +1,5 @@
-// Basis evaluation with both methods: accuracy against the long-double
-// reference, the listed values, the batched paths against one direction alone,
-// the one-band export, streamed output.
+// Basis evaluation with both methods: accuracy against the long-double reference, the listed
+// values, the batched paths against one direction alone, the one-band export, streamed output.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -11,14 +10,13 @@
 namespace vtqr::test {
 namespace {
 
-// Bounds in terms of N(l) = sqrt((2l+1)/(4 pi)), which bounds every |Y(l, m)|;
-// a wrong constant, sign or term misses by about N(l). Direct: one float ulp
-// for the final rounding, plus the rounding of x^2, y^2, z^2 to float, which
-// moves a band-l polynomial by its slope (~l^2, Markov's inequality) times
-// 2^-25: measured 0.12 l^2 units of 2^-24 N(l), allowed twice that plus 2.
-// Recurrence: a few float roundings per band, each relative to values of scale
-// N(l), and the recurrence in l is stable, so the error grows linearly:
-// measured 0.7 (l+1) units of 2^-23 N(l), allowed 2 (l+1).
+// Bounds in terms of N(l) = sqrt((2l+1)/(4 pi)), which bounds every |Y(l, m)|; a wrong constant,
+// sign or term misses by about N(l). Direct: one float ulp for the final rounding, plus the
+// rounding of x^2, y^2, z^2 to float, which moves a band-l polynomial by its slope (~l^2, Markov's
+// inequality) times 2^-25: measured 0.12 l^2 units of 2^-24 N(l), allowed twice that plus 2.
+// Recurrence: a few float roundings per band, each relative to values of scale N(l), and the
+// recurrence in l is stable, so the error grows linearly: measured 0.7 (l+1) units of 2^-23 N(l),
+// allowed 2 (l+1).
 TEST(SHEval, MatchesLongDoubleReference) {
   const Directions d(3000, 11, true);
   for (int method : kMethods) {
@@ -45,9 +43,8 @@ TEST(SHEval, MatchesLongDoubleReference) {
   }
 }
 
-// The direct method rounds once, so it gives the nearest floats (either sign of
-// zero); the recurrence starts from its table's constant for Y(0, 0) and comes
-// close elsewhere.
+// The direct method rounds once, so it gives the nearest floats (either sign of zero); the
+// recurrence starts from its table's constant for Y(0, 0) and comes close elsewhere.
 TEST(SHEval, ListedValues) {
   struct Row {
     float x, y, z;
@@ -73,11 +70,10 @@ TEST(SHEval, ListedValues) {
   }
 }
 
-// The recurrence runs eight or four directions side by side and the rest alone,
-// the direct method pairs; each direction must get the bits it gets alone (a
-// lower order's set being the head of the order-15 set) for every count, order
-// and alignment, with nothing written outside the sets. The one-band export
-// gives the direct set's slice of that band.
+// The recurrence runs eight or four directions side by side and the rest alone, the direct method
+// pairs; each direction must get the bits it gets alone (a lower order's set being the head of the
+// order-15 set) for every count, order and alignment, with nothing written outside the sets. The
+// one-band export gives the direct set's slice of that band.
 TEST(SHEval, BatchesMatchOneDirection) {
   const Directions d(17, 5);
   for (int method : kMethods) {
@@ -122,9 +118,8 @@ TEST(SHEval, BatchesMatchOneDirection) {
   }
 }
 
-// Outputs of 16 MiB or more go out with non-temporal stores when the
-// destination is 16-byte aligned; the unaligned destination takes the cached
-// stores, with the same bits.
+// Outputs of 16 MiB or more go out with non-temporal stores when the destination is 16-byte
+// aligned; the unaligned destination takes the cached stores, with the same bits.
 TEST(SHEval, StreamedOutputMatchesCachedOutput) {
   State state(15, vtqrSHRecurrence);
   constexpr int kCount = 16384 + 5;

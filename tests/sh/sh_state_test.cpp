@@ -1,5 +1,5 @@
-// SH state: the size query and init checks, and every byte init writes into 8-
-// and 16-byte-aligned buffers.
+// SH state: the size query and init checks, and every byte init writes into 8- and 16-byte-aligned
+// buffers.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -12,8 +12,7 @@ namespace {
 
 constexpr uint8_t kFill = 0xAB;
 
-// Table entries recomputed from their definitions, in the precision each one is
-// defined in.
+// Table entries recomputed from their definitions, in the precision each one is defined in.
 void ExpectedTables(int order, std::vector<float> &a, std::vector<float> &b) {
   a.assign(3 + (order + 1) * (order + 2) / 2, 0.0f);
   b.assign(a.size(), 0.0f);
@@ -39,9 +38,8 @@ const uint8_t *Align16(const void *p) {
   return reinterpret_cast<const uint8_t *>((reinterpret_cast<uintptr_t>(p) + 15) & ~uintptr_t{15});
 }
 
-// The size query and init share their checks; a failed init writes nothing, a
-// successful one writes the record, the tables and zeros up to the size, and
-// nothing past it.
+// The size query and init share their checks; a failed init writes nothing, a successful one writes
+// the record, the tables and zeros up to the size, and nothing past it.
 TEST(SHState, SizeChecksAndLayout) {
   struct Row {
     Vtq32u order;
@@ -91,8 +89,7 @@ TEST(SHState, SizeChecksAndLayout) {
         ASSERT_EQ(Align16(base + sizeof(VtqrSHState)), tableA);
         ASSERT_EQ(Align16(tableA + t * sizeof(float)), tableB);
         ASSERT_LE(tableB + t * sizeof(float), base + size);
-        // Band 0 still writes three entries into table A; they fit in the gap
-        // before table B.
+        // Band 0 still writes three entries into table A; they fit in the gap before table B.
         std::vector<float> a, b;
         ExpectedTables(static_cast<int>(row.order), a, b);
         std::memcpy(expected.data(), &state, sizeof(state));

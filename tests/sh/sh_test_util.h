@@ -1,14 +1,12 @@
-// Shared by the SH tests: a long-double reference for the real spherical
-// harmonics, state buffers and test directions.
+// Shared by the SH tests: a long-double reference for the real spherical harmonics, state buffers
+// and test directions.
 //
-// The reference takes a different road than either of the library's methods:
-// the associated Legendre three-term recurrence in z, and the azimuth from
-// atan2 with cos/sin of m*phi. It is the function of (x, y, z) that both
-// methods compute, Y(l, m) = N(l, m) * R(l, m)(z) * rho^m * trig(m*phi), with
-// rho = hypot(x, y) and R(l, m)(z) = P(l, m)(z) / (1-z^2)^(m/2). Float inputs
-// are never exactly unit vectors; keeping rho^m instead of sin(theta)^m makes
-// the reference agree with the polynomials on every input, so comparisons
-// measure evaluation error alone.
+// The reference takes a different road than either of the library's methods: the associated
+// Legendre three-term recurrence in z, and the azimuth from atan2 with cos/sin of m*phi. It is the
+// function of (x, y, z) that both methods compute, Y(l, m) = N(l, m) * R(l, m)(z) * rho^m *
+// trig(m*phi), with rho = hypot(x, y) and R(l, m)(z) = P(l, m)(z) / (1-z^2)^(m/2). Float inputs are
+// never exactly unit vectors; keeping rho^m instead of sin(theta)^m makes the reference agree with
+// the polynomials on every input, so comparisons measure evaluation error alone.
 #ifndef VTQR_TESTS_SH_SH_TEST_UTIL_H_
 #define VTQR_TESTS_SH_SH_TEST_UTIL_H_
 
@@ -25,17 +23,15 @@ inline constexpr int kMethods[] = {vtqrSHDirect, vtqrSHRecurrence};
 
 inline size_t SetSize(Vtq32u order) { return size_t{order + 1} * (order + 1); }
 
-// sqrt((2l+1)/(4 pi) (l-m)!/(l+m)!) for m >= 0; for m = 0 it bounds every |Y(l,
-// m)|.
+// sqrt((2l+1)/(4 pi) (l-m)!/(l+m)!) for m >= 0; for m = 0 it bounds every |Y(l, m)|.
 inline long double ShNormalisation(int l, int m) {
   long double ratio = 1.0L;
   for (int k = l - m + 1; k <= l + m; ++k) ratio /= k;
   return std::sqrt((2 * l + 1) / (4 * 3.141592653589793238462643383279502884L) * ratio);
 }
 
-// Y(l, m) at (x, y, z), |m| <= l. R(l, m) by the recurrence in l from R(m, m) =
-// (-1)^m (2m-1)!!, R(m+1, m) = (2m+1) z R(m, m), (l-m) R(l, m) = (2l-1) z
-// R(l-1, m) - (l+m-1) R(l-2, m).
+// Y(l, m) at (x, y, z), |m| <= l. R(l, m) by the recurrence in l from R(m, m) = (-1)^m (2m-1)!!,
+// R(m+1, m) = (2m+1) z R(m, m), (l-m) R(l, m) = (2l-1) z R(l-1, m) - (l+m-1) R(l-2, m).
 inline long double ShReference(int l, int m, long double x, long double y, long double z) {
   const int am = std::abs(m);
   long double prev = 0.0L, cur = 1.0L;
@@ -62,8 +58,7 @@ inline std::vector<long double> ShReferenceSet(int order, long double x, long do
   return set;
 }
 
-// An initialised state in a buffer of its own, 8-byte aligned as the size query
-// assumes.
+// An initialised state in a buffer of its own, 8-byte aligned as the size query assumes.
 struct State {
   std::vector<Vtq64u> buffer = std::vector<Vtq64u>(512);
   State(Vtq32u order, int method) {
@@ -77,9 +72,8 @@ inline VtqStatus Eval(const float *x, const float *y, const float *z, int n, flo
   return kDispatchTable.SH_32f[kPathU8](x, y, z, n, dst, order, state);
 }
 
-// Random unit directions; with `special`, followed by the places evaluation
-// goes wrong first: poles, axes, diagonals (x^2 - y^2 cancels) and directions a
-// hair off a pole.
+// Random unit directions; with `special`, followed by the places evaluation goes wrong first:
+// poles, axes, diagonals (x^2 - y^2 cancels) and directions a hair off a pole.
 struct Directions {
   std::vector<float> x, y, z;
   Directions(int randomCount, unsigned seed, bool special = false) {

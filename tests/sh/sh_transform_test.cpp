@@ -1,6 +1,5 @@
-// Argument checks of every evaluating call, and the transforms: the forward
-// transform's exact rounding sequence, the sample value rules, listed values
-// and a round trip on a quadrature.
+// Argument checks of every evaluating call, and the transforms: the forward transform's exact
+// rounding sequence, the sample value rules, listed values and a round trip on a quadrature.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -17,8 +16,8 @@ enum Fn { kSH, kBand, kFwdC1I, kFwdC3P3I, kFwdP3I, kInvC1, kInvP3, kInvP3C3 };
 const char *const kFnNames[] = {"SH",     "Band",  "FwdC1I", "FwdC3P3I",
                                 "FwdP3I", "InvC1", "InvP3",  "InvP3C3"};
 
-// Directions, three sample planes (the interleaved form reads them as one
-// array), three coefficient arrays of 256 and three output planes.
+// Directions, three sample planes (the interleaved form reads them as one array), three coefficient
+// arrays of 256 and three output planes.
 struct Buffers {
   static constexpr int kN = 64;
   Directions d;
@@ -34,8 +33,7 @@ struct Buffers {
   float *outs(int c) { return &out[c * kN]; }
 };
 
-// Hands out the pointer arguments of a call in turn, nulling the one numbered
-// `target`.
+// Hands out the pointer arguments of a call in turn, nulling the one numbered `target`.
 struct Nuller {
   int target = -1, next = 0;
   template <class T>
@@ -88,15 +86,13 @@ bool AllSentinel(const std::vector<float> &v) {
   return std::all_of(v.begin(), v.end(), [](float f) { return Bits(f) == kSentinelBits; });
 }
 
-// Every call checks its pointers first, each one nulled in turn (each plane of
-// a three-plane argument too), then its own sequence of count, order and state:
-// the rows give the status of vtqrSH_32f, of vtqrSHBand_32f (the order is its
-// band; it has no state) and of the six transforms. A failed call, or one with
-// a negative count, writes nothing.
+// Every call checks its pointers first, each one nulled in turn (each plane of a three-plane
+// argument too), then its own sequence of count, order and state: the rows give the status of
+// vtqrSH_32f, of vtqrSHBand_32f (the order is its band; it has no state) and of the six transforms.
+// A failed call, or one with a negative count, writes nothing.
 TEST(SHCalls, ChecksInOrderAndWritesNothingOnFailure) {
   State direct(2, vtqrSHDirect), recurrence20(20, vtqrSHRecurrence);
-  // Hand-made records reach the kernels' own order limits, which init never
-  // produces.
+  // Hand-made records reach the kernels' own order limits, which init never produces.
   const VtqrSHState directHigh = {20, vtqrSHDirect, nullptr, nullptr};
   const VtqrSHState garbage = {15, 9, nullptr, nullptr};
   VtqrSHState recurrenceHuge = *recurrence20.get();
@@ -150,19 +146,17 @@ TEST(SHCalls, ChecksInOrderAndWritesNothingOnFailure) {
   }
 }
 
-// coefficient[k] += round(basis[k] * value), where 1.0 adds the basis and +-0.0
-// adds +0.0.
+// coefficient[k] += round(basis[k] * value), where 1.0 adds the basis and +-0.0 adds +0.0.
 void SequentialForward(const float *basis, float value, float *coeff, size_t count) {
   for (size_t k = 0; k < count; ++k) {
     coeff[k] = coeff[k] + (value == 1.0f ? basis[k] : value == 0.0f ? 0.0f : basis[k] * value);
   }
 }
 
-// The three forward forms give exactly the sequential float loop over samples
-// on the basis of one direction at a time, for counts below, at and past a
-// block of four, with the special sample values among random ones. Orders below
-// the state's touch only their coefficients, and the inverse reads only those:
-// the NaN past them stays out of its results.
+// The three forward forms give exactly the sequential float loop over samples on the basis of one
+// direction at a time, for counts below, at and past a block of four, with the special sample
+// values among random ones. Orders below the state's touch only their coefficients, and the inverse
+// reads only those: the NaN past them stays out of its results.
 TEST(SHTransform, ForwardIsTheSequentialFloatSum) {
   for (int method : kMethods) {
     State state(15, method);
@@ -193,9 +187,8 @@ TEST(SHTransform, ForwardIsTheSequentialFloatSum) {
           ASSERT_EQ(vtqStsOk, Call(fn, b, n, order, state.get()));
           EXPECT_TRUE(SameBits(want[fn - kFwdC1I].data(), b.coeff.data(), 768)) << kFnNames[fn];
         }
-        // The inverse of those planes: the three-channel forms give each
-        // channel the bits of the one-channel form, which are the same for
-        // unaligned coefficients.
+        // The inverse of those planes: the three-channel forms give each channel the bits of the
+        // one-channel form, which are the same for unaligned coefficients.
         std::vector<float> one(3 * n), shifted(257);
         for (int c = 0; c < 3; ++c) {
           std::copy_n(b.coeffs(c), 256, &shifted[1]);
@@ -213,10 +206,9 @@ TEST(SHTransform, ForwardIsTheSequentialFloatSum) {
   }
 }
 
-// A direction far off the sphere makes the basis overflow to inf and NaN; a
-// zero sample still adds exact +0.0, which also clears a -0.0 coefficient. An
-// infinite or NaN sample reaches every coefficient, the basis's zeros included.
-// Then the listed values.
+// A direction far off the sphere makes the basis overflow to inf and NaN; a zero sample still adds
+// exact +0.0, which also clears a -0.0 coefficient. An infinite or NaN sample reaches every
+// coefficient, the basis's zeros included. Then the listed values.
 TEST(SHTransform, SampleValueRulesAndListedValues) {
   const auto fwd = kDispatchTable.SHTFwd_32f_C1I[kPathU8];
   const auto inv = kDispatchTable.SHTInv_32f_C1[kPathU8];
@@ -241,8 +233,8 @@ TEST(SHTransform, SampleValueRulesAndListedValues) {
     const float expected[4] = {0.56418958f, 0.0f, 0.97720504f, 0.0f};
     for (int k = 0; k < 4; ++k) EXPECT_NEAR(expected[k], coeff[k], 2e-7) << k;
 
-    // Forward of 1 at d, then inverse at d: the basis's sum of squares at d,
-    // which is (order+1)^2 / (4 pi) by the addition theorem.
+    // Forward of 1 at d, then inverse at d: the basis's sum of squares at d, which is (order+1)^2 /
+    // (4 pi) by the addition theorem.
     for (Vtq32u order = 0; order <= 15; ++order) {
       std::vector<float> c(SetSize(order), 0.0f);
       float value = 0.0f;
@@ -256,8 +248,7 @@ TEST(SHTransform, SampleValueRulesAndListedValues) {
   }
 }
 
-// Gauss-Legendre nodes and weights on [-1, 1], by Newton's method in long
-// double.
+// Gauss-Legendre nodes and weights on [-1, 1], by Newton's method in long double.
 void GaussLegendre(int count, std::vector<long double> &nodes, std::vector<long double> &weights) {
   for (int i = 0; i < count; ++i) {
     long double t = std::cos(M_PI * (i + 0.75) / (count + 0.5)), derivative = 0, step = 1;
@@ -274,10 +265,9 @@ void GaussLegendre(int count, std::vector<long double> &nodes, std::vector<long 
   }
 }
 
-// 16 Gauss-Legendre nodes in z times 32 azimuths integrate products of two
-// band-15 harmonics exactly, so the forward transform of a weighted
-// band-limited function returns its coefficients up to float rounding, and the
-// inverse evaluates them elsewhere.
+// 16 Gauss-Legendre nodes in z times 32 azimuths integrate products of two band-15 harmonics
+// exactly, so the forward transform of a weighted band-limited function returns its coefficients up
+// to float rounding, and the inverse evaluates them elsewhere.
 TEST(SHTransform, RoundTripOnQuadrature) {
   constexpr int kRings = 16, kAzimuths = 32, kProbe = 29;
   std::vector<long double> nodes, weights;
@@ -308,8 +298,7 @@ TEST(SHTransform, RoundTripOnQuadrature) {
     ASSERT_EQ(vtqStsOk, kDispatchTable.SHTFwd_32f_C1I[kPathU8](q.x.data(), q.y.data(), q.z.data(),
                                                                samples.data(), kRings * kAzimuths,
                                                                coeff.data(), 15, state.get()));
-    // 512 float adds of terms up to about 0.3, plus the basis error; observed
-    // below 1e-5.
+    // 512 float adds of terms up to about 0.3, plus the basis error; observed below 1e-5.
     for (int k = 0; k < 256; ++k) EXPECT_NEAR(truth[k], coeff[k], 4e-5) << "coefficient " << k;
 
     // A 256-term float dot product of values up to ~12, against long double.

@@ -23,6 +23,28 @@ void BuildRootEvents(const Box* boxes, const int32_t* ids, int count, Event* lis
 void SplitEventLists(const Event* lists, int count, const uint8_t* side, Event* upper,
                      int upperCount, Event* lower, int lowerCount);
 
+// Bounds of the triangle with corners a, b, c clipped to `cell`, rounded outward to float and
+// never looser than `box`, the triangle's own bounds. Returns false when the triangle misses the
+// closed cell. Conservative: a triangle within rounding distance of the cell counts as meeting
+// it, and the bounds hold every point of the triangle that lies in the cell.
+bool ClipTriangle(const float* a, const float* b, const float* c, const Box& box,
+                  const Box& cell, Box* clipped);
+
+// A triangle's bounds in one child after clipping, with bit `axis` of `flatAxes` set when the
+// whole triangle is flat on that axis (the events carry kFlatBit for it, as at the root).
+struct ClippedTriangle {
+  Box box;
+  uint32_t tri;
+  uint32_t flatAxes;
+};
+
+// Fills the six lists of `count` clipped triangles, each sorted by key.
+void ClippedEvents(const ClippedTriangle* clipped, int count, Event* lists);
+
+// Merges each of six sorted lists of `countA` events with the matching one of `countB` into six
+// sorted lists of countA + countB at `out`, which overlaps neither input.
+void MergeEventLists(const Event* a, int countA, const Event* b, int countB, Event* out);
+
 }  // namespace kdtree
 VTQR_PATH_END
 

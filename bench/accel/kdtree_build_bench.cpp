@@ -5,12 +5,19 @@
 // read off: our build time over Embree's high- and medium-quality builds, and our tree block
 // over the memory Embree's scene keeps after commit. The "sphere" rows at three sizes show how
 // the build time grows with the mesh (N log N: time per triangle should grow only slowly).
+//
+// The SAH figure is an estimate; "nodes/ray" and "tris/ray" measure what a tree costs its users:
+// a plain front-to-back walk of 4096 random rays through the mesh's bounds, counting the nodes
+// each ray visits and the triangle tests it makes before its first hit ends the walk.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
+#include <cmath>
+#include <cstring>
 #include <ctime>
 #include <cstdio>
 #include <map>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -33,6 +40,8 @@ struct Row {
   std::map<std::string, std::vector<double>> seconds;  // per builder
   std::map<std::string, int64_t> bytes;                // memory each builder's result keeps
   vtqr::KDTreeStats stats;
+  double nodesPerRay = 0;
+  double trisPerRay = 0;
 };
 std::vector<Row> gRows;
 
@@ -47,6 +56,137 @@ double Now() {
   timespec now;
   clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
   return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
+}
+
+// Ray/triangle test in double precision (Moller-Trumbore); the hit distance or +inf.
+double HitDistance(const Mesh& mesh, int32_t tri, const double o[3], const double d[3]) {
+  const float* p[3];
+  for (int k = 0; k < 3; ++k) p[k] = &mesh.vert[3 * size_t(mesh.tri[4 * size_t(tri) + k])];
+  double e1[3], e2[3], s[3];
+  for (int k = 0; k < 3; ++k) {
+    e1[k] = double(p[1][k]) - p[0][k];
+    e2[k] = double(p[2][k]) - p[0][k];
+    s[k] = o[k] - p[0][k];
+  }
+  double h[3] = {d[1] * e2[2] - d[2] * e2[1], d[2] * e2[0] - d[0] * e2[2],
+                 d[0] * e2[1] - d[1] * e2[0]};
+  double det = e1[0] * h[0] + e1[1] * h[1] + e1[2] * h[2];
+  if (det == 0) return INFINITY;
+  double u = (s[0] * h[0] + s[1] * h[1] + s[2] * h[2]) / det;
+  double q[3] = {s[1] * e1[2] - s[2] * e1[1], s[2] * e1[0] - s[0] * e1[2],
+                 s[0] * e1[1] - s[1] * e1[0]};
+  double v = (d[0] * q[0] + d[1] * q[1] + d[2] * q[2]) / det;
+  double t = (e2[0] * q[0] + e2[1] * q[1] + e2[2] * q[2]) / det;
+  if (u < 0 || v < 0 || u + v > 1 || t < 0) return INFINITY;
+  return t;
+}
+
+// The triangle numbers of a leaf, decoded as the traversal reads them.
+int LeafTriangles(const VtqrKDTreeNode* node, int32_t ids[3], const int32_t** list) {
+  int32_t w0 = node->w0;
+  int32_t w1 = node->w1;
+  if (w1 >= 0) {
+    *list = reinterpret_cast<const int32_t*>(reinterpret_cast<const char*>(node) -
+                                             static_cast<int64_t>(w0));
+    return w1;
+  }
+  int n = w1 & 3;
+  int32_t a = w0 & 0x7FFFFFFF;
+  int32_t m = (w1 & 0x7FFFFFFC) >> 2;
+  if (n == 3) {
+    ids[0] = m - (a >> 16);
+    ids[1] = m;
+    ids[2] = m + (a & 0xFFFF);
+  } else {
+    ids[0] = a;
+    ids[1] = m;
+  }
+  *list = ids;
+  return n;
+}
+
+// Per-ray work of a front-to-back walk: near child first, the far one deferred while the ray's
+// interval reaches past the plane; the walk ends at the first leaf whose interval holds a hit.
+void MeasureRays(const VtqrKDTreeNode* tree, const Mesh& mesh, Row* row) {
+  double lo[3] = {INFINITY, INFINITY, INFINITY};
+  double hi[3] = {-INFINITY, -INFINITY, -INFINITY};
+  for (size_t i = 0; i < mesh.tri.size(); i += 4) {
+    for (int k = 0; k < 3; ++k) {
+      for (int axis = 0; axis < 3; ++axis) {
+        double x = mesh.vert[3 * size_t(mesh.tri[i + k]) + axis];
+        lo[axis] = std::min(lo[axis], x);
+        hi[axis] = std::max(hi[axis], x);
+      }
+    }
+  }
+  double diagonal = std::hypot(hi[0] - lo[0], hi[1] - lo[1], hi[2] - lo[2]);
+  std::mt19937 rng(12345);
+  std::uniform_real_distribution<double> unit(0.0, 1.0);
+  std::normal_distribution<double> normal;
+  constexpr int kRays = 4096;
+  int64_t nodes = 0;
+  int64_t tests = 0;
+  struct Entry {
+    const VtqrKDTreeNode* node;
+    double tmin, tmax;
+  };
+  for (int r = 0; r < kRays; ++r) {
+    // A random point of the box and a random direction; the ray starts outside the box.
+    double d[3], o[3];
+    double len = 0;
+    for (int k = 0; k < 3; ++k) {
+      d[k] = normal(rng);
+      len += d[k] * d[k];
+    }
+    len = std::sqrt(len);
+    double tmin = 0;
+    double tmax = INFINITY;
+    for (int k = 0; k < 3; ++k) {
+      d[k] /= len;
+      o[k] = lo[k] + unit(rng) * (hi[k] - lo[k]) - diagonal * d[k];
+      double t0 = (lo[k] - o[k]) / d[k];
+      double t1 = (hi[k] - o[k]) / d[k];
+      tmin = std::max(tmin, std::min(t0, t1));
+      tmax = std::min(tmax, std::max(t0, t1));
+    }
+    if (!(tmin <= tmax)) continue;
+    Entry stack[64];
+    int depth = 0;
+    Entry at{tree, tmin, tmax};
+    double best = INFINITY;
+    for (;;) {
+      const VtqrKDTreeNode* node = at.node;
+      ++nodes;
+      if (node->w0 >= 0) {
+        int axis = node->w0 & 3;
+        float split;
+        std::memcpy(&split, &node->w1, sizeof(split));
+        const VtqrKDTreeNode* below = node + (node->w0 & ~7) / 8;
+        bool originBelow = o[axis] < split || (o[axis] == split && d[axis] <= 0);
+        const VtqrKDTreeNode* nearChild = originBelow ? below : below + 1;
+        const VtqrKDTreeNode* farChild = originBelow ? below + 1 : below;
+        double tPlane = (split - o[axis]) / d[axis];
+        if (tPlane > at.tmax || tPlane <= 0) {
+          at.node = nearChild;
+        } else if (tPlane < at.tmin) {
+          at.node = farChild;
+        } else {
+          stack[depth++] = {farChild, tPlane, at.tmax};
+          at = {nearChild, at.tmin, tPlane};
+        }
+        continue;
+      }
+      int32_t ids[3];
+      const int32_t* list = nullptr;
+      int n = node->w1 == 0 ? 0 : LeafTriangles(node, ids, &list);
+      for (int i = 0; i < n; ++i) best = std::min(best, HitDistance(mesh, list[i], o, d));
+      tests += n;
+      if (best <= at.tmax || depth == 0) break;
+      at = stack[--depth];
+    }
+  }
+  row->nodesPerRay = static_cast<double>(nodes) / kRays;
+  row->trisPerRay = static_cast<double>(tests) / kRays;
 }
 
 void BuildSah(benchmark::State& state, const Mesh* mesh, Row* row) {
@@ -77,6 +217,7 @@ void BuildSah(benchmark::State& state, const Mesh* mesh, Row* row) {
                                mesh->TriCount()};
       std::string fault = vtqr::CheckKDTree(tree, size, checked, options, &row->stats);
       if (!fault.empty()) state.SkipWithError(fault.c_str());
+      MeasureRays(tree, *mesh, row);
     }
     vtqrKDTreeFree(tree);
   }
@@ -85,6 +226,8 @@ void BuildSah(benchmark::State& state, const Mesh* mesh, Row* row) {
   state.counters["avg leaf"] = row->stats.averageLeafSize;
   state.counters["depth"] = row->stats.maxDepth;
   state.counters["SAH"] = row->stats.sahCost;
+  state.counters["nodes/ray"] = row->nodesPerRay;
+  state.counters["tris/ray"] = row->trisPerRay;
 }
 
 #if defined(VTQR_BENCH_EMBREE)
@@ -130,18 +273,18 @@ void BuildEmbree(benchmark::State& state, const Mesh* mesh, Row* row, RTCBuildQu
 
 void PrintSummary() {
   std::printf("\nMedians of 5 builds, one thread, process CPU seconds\n");
-  std::printf("%-18s %9s %9s %8s %8s %7s %7s %5s %8s", "mesh", "triangles", "kd s", "ns/tri",
-              "tree MB", "leaves", "avgleaf", "depth", "SAH");
+  std::printf("%-18s %9s %9s %8s %8s %7s %7s %5s %8s %9s %8s", "mesh", "triangles", "kd s", "ns/tri",
+              "tree MB", "leaves", "avgleaf", "depth", "SAH", "nodes/ray", "tris/ray");
 #if defined(VTQR_BENCH_EMBREE)
   std::printf(" %9s %9s %8s %8s %9s", "emb hi s", "emb med s", "kd/hi", "kd/med", "mem kd/hi");
 #endif
   std::printf("\n");
   for (const Row& row : gRows) {
     double kd = Median(row.seconds.at("kdtree"));
-    std::printf("%-18s %9d %9.3f %8.0f %8.2f %7.0fk %7.2f %5d %8.1f", row.mesh.c_str(),
+    std::printf("%-18s %9d %9.3f %8.0f %8.2f %7.0fk %7.2f %5d %8.1f %9.2f %8.2f", row.mesh.c_str(),
                 row.triangles, kd, 1e9 * kd / row.triangles, row.bytes.at("kdtree") / 1048576.0,
                 row.stats.leaves / 1000.0, row.stats.averageLeafSize, row.stats.maxDepth,
-                row.stats.sahCost);
+                row.stats.sahCost, row.nodesPerRay, row.trisPerRay);
 #if defined(VTQR_BENCH_EMBREE)
     if (row.seconds.count("embree high") != 0) {
       double high = Median(row.seconds.at("embree high"));

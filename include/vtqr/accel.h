@@ -141,10 +141,16 @@ typedef struct VtqrKDTreeBuildParams {
  * and to z over the cheapest. Every node, small or large, walks per-axis event lists sorted once
  * at the root and handed down to the children in order, so the whole build takes O(N log N)
  * time; for nodes of fewer than 76 triangles this gives exactly the split of sorting the node's
- * own starts and ends, at a third of the cost. Triangles
- * straddling a plane go to both children with their bounds clipped to each child's cell on the
- * split axis (not to the triangle itself). The final block places nodes depth first, the lower
- * child's subtree directly behind its pair. */
+ * own starts and ends, at a third of the cost. Triangles straddling the plane of a node of fewer
+ * than 76 triangles go to both children with their bounds clamped to each child's cell on the
+ * split axis. In nodes of 76 or more, a straddling triangle is clipped to each child's cell (the
+ * polygon, in double precision, with the bounds rounded outward to Vtq32f) and a child that the
+ * triangle does not meet leaves it out; its events there come from the clipped bounds, sorted
+ * and merged into the child's lists, so the build stays O(N log N). Clipping was kept because it
+ * lowers the SAH cost (4-7%) and the triangle tests per ray (4-10% on smooth meshes and scans)
+ * on every mesh measured, for a build about 25% longer that stays within twice a high-quality
+ * BVH build. The final block places nodes depth first, the lower child's subtree directly
+ * behind its pair. */
 VTQR_API VtqStatus vtqrKDTreeBuildAlloc(VtqrKDTreeNode** ppTree, const Vtq32f* pVert,
                                         const Vtq32s* pTriIndex, int vertCount, int triCount,
                                         int* pTreeSize, const VtqrKDTreeBuildParams* pParams);

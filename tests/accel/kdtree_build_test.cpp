@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <climits>
 #include <cmath>
 #include <functional>
@@ -311,6 +312,115 @@ TEST(KDTreeSplitSearch, EmptySpaceIsCutFirst) {
   kd::AxisSplit split = SearchEvents(boxes, 0);
   EXPECT_EQ(split.position, 0.8f);
   EXPECT_DOUBLE_EQ(split.cost, 16.0 * 20 * ((8.0 - double{0.8f}) + 4.0));
+}
+
+// Bounds of triangle ∩ box from the polygon's possible corners, in long double: triangle corners
+// inside the box, triangle edges through the box's faces, box edges through the triangle. No
+// corner means the triangle misses the box.
+bool ReferenceClip(const std::array<long double, 9>& t, const kd::Box& box, long double lo[3],
+                   long double hi[3]) {
+  using P = std::array<long double, 3>;
+  P v[3] = {{t[0], t[1], t[2]}, {t[3], t[4], t[5]}, {t[6], t[7], t[8]}};
+  std::vector<P> corners;
+  auto inside = [&](const P& p) {
+    for (int k = 0; k < 3; ++k) {
+      if (p[k] < box.lo[k] - 1e-12L || p[k] > box.hi[k] + 1e-12L) return false;
+    }
+    return true;
+  };
+  for (const P& p : v) {
+    if (inside(p)) corners.push_back(p);
+  }
+  for (int e = 0; e < 3; ++e) {
+    const P& p = v[e];
+    const P& q = v[(e + 1) % 3];
+    for (int k = 0; k < 3; ++k) {
+      for (long double plane : {(long double)box.lo[k], (long double)box.hi[k]}) {
+        if (p[k] == q[k]) continue;
+        long double s = (plane - p[k]) / (q[k] - p[k]);
+        if (s < 0 || s > 1) continue;
+        P x;
+        for (int j = 0; j < 3; ++j) x[j] = p[j] + s * (q[j] - p[j]);
+        x[k] = plane;
+        if (inside(x)) corners.push_back(x);
+      }
+    }
+  }
+  // Box edges along axis k at the corners (a, b) of the other two axes, against the triangle's
+  // plane, kept when the barycentric coordinates lie in [0, 1].
+  for (int k = 0; k < 3; ++k) {
+    int ka = (k + 1) % 3, kb = (k + 2) % 3;
+    for (long double a : {(long double)box.lo[ka], (long double)box.hi[ka]}) {
+      for (long double b : {(long double)box.lo[kb], (long double)box.hi[kb]}) {
+        // Solve v0 + u e1 + w e2 = (x along k, a, b) in the two fixed coordinates.
+        long double e1a = v[1][ka] - v[0][ka], e2a = v[2][ka] - v[0][ka];
+        long double e1b = v[1][kb] - v[0][kb], e2b = v[2][kb] - v[0][kb];
+        long double det = e1a * e2b - e2a * e1b;
+        if (det == 0) continue;
+        long double ra = a - v[0][ka], rb = b - v[0][kb];
+        long double u = (ra * e2b - e2a * rb) / det, w = (e1a * rb - ra * e1b) / det;
+        if (u < 0 || w < 0 || u + w > 1) continue;
+        P x;
+        x[k] = v[0][k] + u * (v[1][k] - v[0][k]) + w * (v[2][k] - v[0][k]);
+        x[ka] = a;
+        x[kb] = b;
+        if (inside(x)) corners.push_back(x);
+      }
+    }
+  }
+  if (corners.empty()) return false;
+  for (int k = 0; k < 3; ++k) {
+    lo[k] = hi[k] = corners[0][k];
+    for (const P& p : corners) lo[k] = std::min(lo[k], p[k]), hi[k] = std::max(hi[k], p[k]);
+  }
+  return true;
+}
+
+// Clipped bounds hold every point of the triangle in the cell, lie within a few float steps of
+// the exact bounds, and a triangle is dropped only when it misses the cell. Flat triangles stay
+// flat. Grid coordinates make corners and edges land exactly on cell faces.
+TEST(KDTreeClip, ClippedBoundsAreConservativeAndTight) {
+  std::mt19937 rng(7);
+  std::uniform_int_distribution<int> grid(-8, 8);
+  std::uniform_real_distribution<float> real(-1.0f, 1.0f);
+  int dropped = 0, tightened = 0;
+  for (int i = 0; i < 20000; ++i) {
+    bool onGrid = i % 2 == 0;
+    auto coordinate = [&] { return onGrid ? grid(rng) / 8.0f : real(rng); };
+    std::array<float, 9> t;
+    for (float& x : t) x = coordinate();
+    if (i % 5 == 0) t[2] = t[5] = t[8];  // flat in z
+    kd::Box box, cell;
+    for (int k = 0; k < 3; ++k) {
+      box.lo[k] = std::min({t[k], t[3 + k], t[6 + k]});
+      box.hi[k] = std::max({t[k], t[3 + k], t[6 + k]});
+      float a = coordinate(), b = coordinate();
+      cell.lo[k] = std::min(a, b);
+      cell.hi[k] = std::max(a, b);
+    }
+    std::array<long double, 9> exact;
+    for (int j = 0; j < 9; ++j) exact[j] = t[j];
+    long double lo[3], hi[3];
+    bool meets = ReferenceClip(exact, cell, lo, hi);
+    kd::Box clipped;
+    bool kept = kd::ClipTriangle(&t[0], &t[3], &t[6], box, cell, &clipped);
+    ASSERT_TRUE(kept || !meets) << "case " << i;
+    dropped += !kept;
+    if (!kept || !meets) continue;
+    for (int k = 0; k < 3; ++k) {
+      ASSERT_LE(clipped.lo[k], lo[k]) << "case " << i << " axis " << k;
+      ASSERT_GE(clipped.hi[k], hi[k]) << "case " << i << " axis " << k;
+      ASSERT_LE(lo[k] - clipped.lo[k], 0x1p-22L) << "case " << i << " axis " << k;
+      ASSERT_LE(clipped.hi[k] - hi[k], 0x1p-22L) << "case " << i << " axis " << k;
+      tightened += clipped.hi[k] - clipped.lo[k] < box.hi[k] - box.lo[k];
+    }
+    if (i % 5 == 0) {
+      ASSERT_EQ(Bits(clipped.lo[2]), Bits(clipped.hi[2])) << "case " << i;
+    }
+  }
+  // The cases must exercise both outcomes.
+  EXPECT_GT(dropped, 1000);
+  EXPECT_GT(tightened, 1000);
 }
 
 }  // namespace

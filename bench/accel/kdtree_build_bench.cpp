@@ -273,8 +273,8 @@ void BuildEmbree(benchmark::State& state, const Mesh* mesh, Row* row, RTCBuildQu
 
 void PrintSummary() {
   std::printf("\nMedians of 5 builds, one thread, process CPU seconds\n");
-  std::printf("%-18s %9s %9s %8s %8s %7s %7s %5s %8s %9s %8s", "mesh", "triangles", "kd s", "ns/tri",
-              "tree MB", "leaves", "avgleaf", "depth", "SAH", "nodes/ray", "tris/ray");
+  std::printf("%-18s %9s %9s %8s %8s %7s %7s %5s %8s %9s %8s", "mesh", "triangles", "kd s",
+              "ns/tri", "tree MB", "leaves", "avgleaf", "depth", "SAH", "nodes/ray", "tris/ray");
 #if defined(VTQR_BENCH_EMBREE)
   std::printf(" %9s %9s %8s %8s %9s", "emb hi s", "emb med s", "kd/hi", "kd/med", "mem kd/hi");
 #endif

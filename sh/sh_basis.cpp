@@ -27,14 +27,18 @@ void EvalRecurrenceMany(const VtqrSHState* state, const float* x, const float* y
   const float* b = state->tableB;
   const size_t setSize = static_cast<size_t>(order + 1) * (order + 1);
   const size_t count = static_cast<size_t>(n);
-  const bool stream = uint64_t{count} * setSize * sizeof(float) >= kStreamBytes &&
-                      setSize % 4 == 0 && reinterpret_cast<uintptr_t>(dst) % 16 == 0;
+  // Whole-vector stores need every set to start on a 16-byte boundary.
+  const bool aligned = setSize % 4 == 0 && reinterpret_cast<uintptr_t>(dst) % 16 == 0;
+  const bool stream = aligned && uint64_t{count} * setSize * sizeof(float) >= kStreamBytes;
+  const SetStores stores = stream    ? SetStores::kStream
+                           : aligned ? SetStores::kAligned
+                                     : SetStores::kUnaligned;
   size_t i = 0;
   for (; i + 2 * kBlock <= count; i += 2 * kBlock) {
-    EvalRecurrence8(a, b, x + i, y + i, z + i, order, dst + i * setSize, setSize, stream);
+    EvalRecurrence8(a, b, x + i, y + i, z + i, order, dst + i * setSize, setSize, stores);
   }
   for (; i + kBlock <= count; i += kBlock) {
-    EvalRecurrence4(a, b, x + i, y + i, z + i, order, dst + i * setSize, setSize, stream);
+    EvalRecurrence4(a, b, x + i, y + i, z + i, order, dst + i * setSize, setSize, stores);
   }
   if (stream) _mm_sfence();
   for (; i < count; ++i) EvalRecurrence1(a, b, x[i], y[i], z[i], order, dst + i * setSize);
@@ -54,7 +58,9 @@ void EvalBasisBlock(const VtqrSHState* state, const float* x, const float* y, co
     return;
   }
   if (count == kBlock) {
-    EvalRecurrence4(state->tableA, state->tableB, x, y, z, order, dst, stride, false);
+    const bool aligned = stride % 4 == 0 && reinterpret_cast<uintptr_t>(dst) % 16 == 0;
+    EvalRecurrence4(state->tableA, state->tableB, x, y, z, order, dst, stride,
+                    aligned ? SetStores::kAligned : SetStores::kUnaligned);
     return;
   }
   for (int j = 0; j < count; ++j) {

@@ -60,18 +60,23 @@ namespace {
 
 // Moves one 4 x K block of lanes (lane j = direction j; value k of the block at
 // lanes[k * kPitch]) into the four direction-major sets.
-template <bool kStream, int kPitch>
+template <SetStores kStores, int kPitch>
 void StoreSets(const __m128* lanes, size_t count, float* dst, size_t stride) {
   size_t k = 0;
   for (; k + 4 <= count; k += 4) {
     __m128 r0 = lanes[k * kPitch], r1 = lanes[(k + 1) * kPitch];
     __m128 r2 = lanes[(k + 2) * kPitch], r3 = lanes[(k + 3) * kPitch];
     _MM_TRANSPOSE4_PS(r0, r1, r2, r3);
-    if constexpr (kStream) {
+    if constexpr (kStores == SetStores::kStream) {
       _mm_stream_ps(dst + k, r0);
       _mm_stream_ps(dst + stride + k, r1);
       _mm_stream_ps(dst + 2 * stride + k, r2);
       _mm_stream_ps(dst + 3 * stride + k, r3);
+    } else if constexpr (kStores == SetStores::kAligned) {
+      _mm_store_ps(dst + k, r0);
+      _mm_store_ps(dst + stride + k, r1);
+      _mm_store_ps(dst + 2 * stride + k, r2);
+      _mm_store_ps(dst + 3 * stride + k, r3);
     } else {
       _mm_storeu_ps(dst + k, r0);
       _mm_storeu_ps(dst + stride + k, r1);
@@ -95,7 +100,7 @@ void StoreSets(const __m128* lanes, size_t count, float* dst, size_t stride) {
 template <int kGroups>
 void EvalRecurrenceGroups(const float* a, const float* b, const float* px, const float* py,
                           const float* pz, unsigned order, float* dst, size_t stride,
-                          bool stream) {
+                          SetStores stores) {
   // The whole set lives on the stack (4 KiB per group at order 15, resident in L1); the
   // direction-major destination only sees finished values, four per store after a transpose.
   __m128 v[kMaxSetSize][kGroups];
@@ -154,22 +159,28 @@ void EvalRecurrenceGroups(const float* a, const float* b, const float* px, const
   const size_t count = static_cast<size_t>(order + 1) * (order + 1);
   for (int g = 0; g < kGroups; ++g) {
     float* groupDst = dst + 4 * g * stride;
-    if (stream) {
-      StoreSets<true, kGroups>(&v[0][g], count, groupDst, stride);
-    } else {
-      StoreSets<false, kGroups>(&v[0][g], count, groupDst, stride);
+    switch (stores) {
+      case SetStores::kStream:
+        StoreSets<SetStores::kStream, kGroups>(&v[0][g], count, groupDst, stride);
+        break;
+      case SetStores::kAligned:
+        StoreSets<SetStores::kAligned, kGroups>(&v[0][g], count, groupDst, stride);
+        break;
+      case SetStores::kUnaligned:
+        StoreSets<SetStores::kUnaligned, kGroups>(&v[0][g], count, groupDst, stride);
+        break;
     }
   }
 }
 
 void EvalRecurrence4(const float* a, const float* b, const float* x, const float* y,
-                     const float* z, unsigned order, float* dst, size_t stride, bool stream) {
-  EvalRecurrenceGroups<1>(a, b, x, y, z, order, dst, stride, stream);
+                     const float* z, unsigned order, float* dst, size_t stride, SetStores stores) {
+  EvalRecurrenceGroups<1>(a, b, x, y, z, order, dst, stride, stores);
 }
 
 void EvalRecurrence8(const float* a, const float* b, const float* x, const float* y,
-                     const float* z, unsigned order, float* dst, size_t stride, bool stream) {
-  EvalRecurrenceGroups<2>(a, b, x, y, z, order, dst, stride, stream);
+                     const float* z, unsigned order, float* dst, size_t stride, SetStores stores) {
+  EvalRecurrenceGroups<2>(a, b, x, y, z, order, dst, stride, stores);
 }
 
 }  // namespace sh

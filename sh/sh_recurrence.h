@@ -18,17 +18,23 @@ namespace sh {
 void EvalRecurrence1(const float* a, const float* b, float x, float y, float z, unsigned order,
                      float* dst);
 
+// How the four-wide forms write whole vectors of a set to the destination. Aligned and
+// streaming stores need dst 16-byte aligned and stride a multiple of 4 (then (order+1)^2 is
+// one too, or the set's odd tail goes out value by value). The aligned form is not only a
+// formality: the path is tuned for an older core, where the compiler splits every unaligned
+// 16-byte store into two 8-byte halves, doubling the store traffic of the transpose.
+enum class SetStores { kUnaligned, kAligned, kStream };
+
 // Writes the sets of the four directions x[0..3], y[0..3], z[0..3] to dst + j*stride,
-// j = 0..3, order <= 15. With `stream` the sets go out with non-temporal stores; that needs
-// dst 16-byte aligned and stride a multiple of 4 (then (order+1)^2 is one too), and the
-// caller issues the store fence after its last block.
+// j = 0..3, order <= 15. With SetStores::kStream the sets go out with non-temporal stores and
+// the caller issues the store fence after its last block.
 void EvalRecurrence4(const float* a, const float* b, const float* x, const float* y,
-                     const float* z, unsigned order, float* dst, size_t stride, bool stream);
+                     const float* z, unsigned order, float* dst, size_t stride, SetStores stores);
 
 // The same for eight directions, x[0..7] and so on, sets at dst + j*stride, j = 0..7: two
 // groups of four share each table broadcast and loop step.
 void EvalRecurrence8(const float* a, const float* b, const float* x, const float* y,
-                     const float* z, unsigned order, float* dst, size_t stride, bool stream);
+                     const float* z, unsigned order, float* dst, size_t stride, SetStores stores);
 
 }  // namespace sh
 VTQR_PATH_END

@@ -34,11 +34,15 @@ void EvalRecurrenceMany(const VtqrSHState* state, const float* x, const float* y
                            : aligned ? SetStores::kAligned
                                      : SetStores::kUnaligned;
   size_t i = 0;
-  for (; i + 2 * kBlock <= count; i += 2 * kBlock) {
-    EvalRecurrence8(a, b, x + i, y + i, z + i, order, dst + i * setSize, setSize, stores);
-  }
-  for (; i + kBlock <= count; i += kBlock) {
-    EvalRecurrence4(a, b, x + i, y + i, z + i, order, dst + i * setSize, setSize, stores);
+  if (count >= kBlock) {
+    WideTables wide;
+    WidenTables(a, b, order, &wide);
+    for (; i + 2 * kBlock <= count; i += 2 * kBlock) {
+      EvalRecurrence8(wide, x + i, y + i, z + i, order, dst + i * setSize, setSize, stores);
+    }
+    for (; i + kBlock <= count; i += kBlock) {
+      EvalRecurrence4(wide, x + i, y + i, z + i, order, dst + i * setSize, setSize, stores);
+    }
   }
   if (stream) _mm_sfence();
   for (; i < count; ++i) EvalRecurrence1(a, b, x[i], y[i], z[i], order, dst + i * setSize);

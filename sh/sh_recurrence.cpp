@@ -92,13 +92,36 @@ void StoreSets(const __m128* lanes, size_t count, float* dst, size_t stride) {
   }
 }
 
+// Where the four-wide forms take their table entries from: the state's scalar tables,
+// broadcast as needed (for a block or two of directions), or tables widened once per call.
+struct ScalarCoeffs {
+  const float* a;
+  const float* b;
+  __m128 A(size_t i) const { return _mm_set1_ps(a[i]); }
+  __m128 B(size_t i) const { return _mm_set1_ps(b[i]); }
+};
+
+struct WideCoeffs {
+  const WideTables* wide;
+  __m128 A(size_t i) const { return wide->a[i]; }
+  __m128 B(size_t i) const { return wide->b[i]; }
+};
+
 }  // namespace
 
+void WidenTables(const float* a, const float* b, unsigned order, WideTables* wide) {
+  const size_t length = static_cast<size_t>(order + 1) * (order + 2) / 2;
+  for (size_t i = 0; i < length; ++i) {
+    wide->a[i] = _mm_set1_ps(a[i]);
+    wide->b[i] = _mm_set1_ps(b[i]);
+  }
+}
+
 // Runs kGroups register groups of four directions through the recurrence together, so each
-// table broadcast and loop step serves 4 * kGroups lanes. Lane j of group g is direction
+// table entry and loop step serves 4 * kGroups lanes. Lane j of group g is direction
 // 4g + j; every lane sees exactly the operations of EvalRecurrence1.
-template <int kGroups>
-void EvalRecurrenceGroups(const float* a, const float* b, const float* px, const float* py,
+template <int kGroups, class Coeffs>
+void EvalRecurrenceGroups(Coeffs coeffs, const float* px, const float* py,
                           const float* pz, unsigned order, float* dst, size_t stride,
                           SetStores stores) {
   // The whole set lives on the stack (4 KiB per group at order 15, resident in L1); the
@@ -109,11 +132,11 @@ void EvalRecurrenceGroups(const float* a, const float* b, const float* px, const
     x[g] = _mm_loadu_ps(px + 4 * g);
     y[g] = _mm_loadu_ps(py + 4 * g);
     z[g] = _mm_loadu_ps(pz + 4 * g);
-    v[0][g] = _mm_set1_ps(a[0]);
+    v[0][g] = coeffs.A(0);
   }
   if (order >= 1) {
-    const __m128 a1 = _mm_set1_ps(a[1]);
-    const __m128 a2 = _mm_set1_ps(a[2]);
+    const __m128 a1 = coeffs.A(1);
+    const __m128 a2 = coeffs.A(2);
     for (int g = 0; g < kGroups; ++g) {
       v[1][g] = _mm_mul_ps(a2, y[g]);
       v[2][g] = _mm_mul_ps(a1, z[g]);
@@ -128,10 +151,10 @@ void EvalRecurrenceGroups(const float* a, const float* b, const float* px, const
     __m128(*prev2)[kGroups] = v + (k - 1) * (k - 1) + (k - 1);
     __m128(*cur)[kGroups] = v + li * li + li;
 
-    const __m128 sectoralScale = _mm_set1_ps(a[s + l]);
-    const __m128 aEdge = _mm_set1_ps(a[s + k]);
-    const __m128 a0 = _mm_set1_ps(a[s]);
-    const __m128 b0 = _mm_set1_ps(b[s]);
+    const __m128 sectoralScale = coeffs.A(s + l);
+    const __m128 aEdge = coeffs.A(s + k);
+    const __m128 a0 = coeffs.A(s);
+    const __m128 b0 = coeffs.B(s);
     for (int g = 0; g < kGroups; ++g) {
       const __m128 pPos = prev[k][g];
       const __m128 pNeg = prev[-k][g];
@@ -146,8 +169,8 @@ void EvalRecurrenceGroups(const float* a, const float* b, const float* px, const
                              _mm_mul_ps(b0, prev2[0][g]));
     }
     for (ptrdiff_t m = 1; m <= li - 2; ++m) {
-      const __m128 am = _mm_set1_ps(a[s + m]);
-      const __m128 u = _mm_set1_ps(b[s + m]);
+      const __m128 am = coeffs.A(s + m);
+      const __m128 u = coeffs.B(s + m);
       for (int g = 0; g < kGroups; ++g) {
         const __m128 t = _mm_mul_ps(am, z[g]);
         cur[m][g] = _mm_add_ps(_mm_mul_ps(t, prev[m][g]), _mm_mul_ps(u, prev2[m][g]));
@@ -175,12 +198,17 @@ void EvalRecurrenceGroups(const float* a, const float* b, const float* px, const
 
 void EvalRecurrence4(const float* a, const float* b, const float* x, const float* y,
                      const float* z, unsigned order, float* dst, size_t stride, SetStores stores) {
-  EvalRecurrenceGroups<1>(a, b, x, y, z, order, dst, stride, stores);
+  EvalRecurrenceGroups<1>(ScalarCoeffs{a, b}, x, y, z, order, dst, stride, stores);
 }
 
-void EvalRecurrence8(const float* a, const float* b, const float* x, const float* y,
-                     const float* z, unsigned order, float* dst, size_t stride, SetStores stores) {
-  EvalRecurrenceGroups<2>(a, b, x, y, z, order, dst, stride, stores);
+void EvalRecurrence4(const WideTables& wide, const float* x, const float* y, const float* z,
+                     unsigned order, float* dst, size_t stride, SetStores stores) {
+  EvalRecurrenceGroups<1>(WideCoeffs{&wide}, x, y, z, order, dst, stride, stores);
+}
+
+void EvalRecurrence8(const WideTables& wide, const float* x, const float* y, const float* z,
+                     unsigned order, float* dst, size_t stride, SetStores stores) {
+  EvalRecurrenceGroups<2>(WideCoeffs{&wide}, x, y, z, order, dst, stride, stores);
 }
 
 }  // namespace sh

@@ -6,6 +6,8 @@
 #ifndef VTQR_SH_SH_RECURRENCE_H_
 #define VTQR_SH_SH_RECURRENCE_H_
 
+#include <xmmintrin.h>
+
 #include <cstddef>
 
 #include "frame/code_path.h"
@@ -25,16 +27,34 @@ void EvalRecurrence1(const float* a, const float* b, float x, float y, float z, 
 // 16-byte store into two 8-byte halves, doubling the store traffic of the transpose.
 enum class SetStores { kUnaligned, kAligned, kStream };
 
+// Table entries of order 15, the highest the four-wide forms evaluate.
+inline constexpr size_t kWideTableLength = 16 * 17 / 2;
+
+// The tables A and B with every entry repeated in all four lanes. Broadcasting an entry takes
+// a load and a shuffle, and the inner loop needs two per step; over a call of many directions
+// widening the tables once removes that work from every step.
+struct WideTables {
+  __m128 a[kWideTableLength];
+  __m128 b[kWideTableLength];
+};
+
+// Fills the first (order+1)(order+2)/2 entries of `wide` from a and b, order <= 15.
+void WidenTables(const float* a, const float* b, unsigned order, WideTables* wide);
+
 // Writes the sets of the four directions x[0..3], y[0..3], z[0..3] to dst + j*stride,
 // j = 0..3, order <= 15. With SetStores::kStream the sets go out with non-temporal stores and
 // the caller issues the store fence after its last block.
 void EvalRecurrence4(const float* a, const float* b, const float* x, const float* y,
                      const float* z, unsigned order, float* dst, size_t stride, SetStores stores);
 
+// The same from widened tables, which must cover `order`.
+void EvalRecurrence4(const WideTables& wide, const float* x, const float* y, const float* z,
+                     unsigned order, float* dst, size_t stride, SetStores stores);
+
 // The same for eight directions, x[0..7] and so on, sets at dst + j*stride, j = 0..7: two
-// groups of four share each table broadcast and loop step.
-void EvalRecurrence8(const float* a, const float* b, const float* x, const float* y,
-                     const float* z, unsigned order, float* dst, size_t stride, SetStores stores);
+// groups of four share each table entry and loop step.
+void EvalRecurrence8(const WideTables& wide, const float* x, const float* y, const float* z,
+                     unsigned order, float* dst, size_t stride, SetStores stores);
 
 }  // namespace sh
 VTQR_PATH_END

@@ -37,7 +37,6 @@ void* Arena::Take(size_t bytes) {
     head_ = block;
     cursor_ = reinterpret_cast<char*>(block + 1);
     limit_ = cursor_ + payload;
-    ++blockCount_;
   }
   void* result = cursor_;
   cursor_ += bytes;

@@ -31,17 +31,15 @@ inline int64_t PoolBytes(int64_t need) { return (need & ~int64_t{0xFFFFFF}) + (i
 // The ledger. Charges are refused, never partially applied, once they would overdraw it.
 class Budget {
  public:
-  explicit Budget(int64_t bytes) : total_(bytes), remaining_(bytes) {}
+  explicit Budget(int64_t bytes) : remaining_(bytes) {}
   bool Charge(int64_t bytes) {
     if (bytes > remaining_) return false;
     remaining_ -= bytes;
     return true;
   }
   int64_t Remaining() const { return remaining_; }
-  int64_t Total() const { return total_; }
 
  private:
-  int64_t total_;
   int64_t remaining_;
 };
 
@@ -58,7 +56,6 @@ class Arena {
   // `bytes` from the current block, 8-byte aligned, or nullptr when the budget (or the system)
   // refuses a new block.
   void* Take(size_t bytes);
-  int BlockCount() const { return blockCount_; }
 
   struct Block;  // header in front of each block
 
@@ -67,7 +64,6 @@ class Arena {
   Block* head_ = nullptr;
   char* cursor_ = nullptr;
   char* limit_ = nullptr;
-  int blockCount_ = 0;
 };
 
 }  // namespace kdtree

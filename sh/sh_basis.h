@@ -27,6 +27,12 @@ void EvalBasisBlock(const VtqrSHState* state, const float* x, const float* y, co
 inline constexpr VtqStatus kProceed = 1;
 VtqStatus CheckTransform(int n, Vtq32u order, const VtqrSHState* state);
 
+// A three-plane argument is null when the array or any of its planes is.
+template <class T>
+bool PlanesNull(T* const* planes) {
+  return planes == nullptr || planes[0] == nullptr || planes[1] == nullptr || planes[2] == nullptr;
+}
+
 }  // namespace sh
 VTQR_PATH_END
 

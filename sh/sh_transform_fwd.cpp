@@ -81,7 +81,7 @@ VtqStatus SHTFwd_32f_C3P3I(const Vtq32f* pX, const Vtq32f* pY, const Vtq32f* pZ,
                            const Vtq32f* pSrc, int n, Vtq32f* const pSrcDst[3], Vtq32u order,
                            const VtqrSHState* pState) {
   if (!pX || !pY || !pZ || !pSrc || !pState) return vtqStsErrNullPtr;
-  if (!pSrcDst || !pSrcDst[0] || !pSrcDst[1] || !pSrcDst[2]) return vtqStsErrNullPtr;
+  if (sh::PlanesNull(pSrcDst)) return vtqStsErrNullPtr;
   const VtqStatus status = sh::CheckTransform(n, order, pState);
   if (status != sh::kProceed) return status;
   Forward<3>(pX, pY, pZ, n, pSrcDst, order, pState,
@@ -93,8 +93,8 @@ VtqStatus SHTFwd_32f_P3I(const Vtq32f* pX, const Vtq32f* pY, const Vtq32f* pZ,
                          const Vtq32f* const pSrc[3], int n, Vtq32f* const pSrcDst[3],
                          Vtq32u order, const VtqrSHState* pState) {
   if (!pX || !pY || !pZ || !pState) return vtqStsErrNullPtr;
-  if (!pSrc || !pSrc[0] || !pSrc[1] || !pSrc[2]) return vtqStsErrNullPtr;
-  if (!pSrcDst || !pSrcDst[0] || !pSrcDst[1] || !pSrcDst[2]) return vtqStsErrNullPtr;
+  if (sh::PlanesNull(pSrc)) return vtqStsErrNullPtr;
+  if (sh::PlanesNull(pSrcDst)) return vtqStsErrNullPtr;
   const VtqStatus status = sh::CheckTransform(n, order, pState);
   if (status != sh::kProceed) return status;
   Forward<3>(pX, pY, pZ, n, pSrcDst, order, pState,

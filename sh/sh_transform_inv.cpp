@@ -85,8 +85,8 @@ VtqStatus SHTInv_32f_P3(const Vtq32f* const pSrc[3], Vtq32u order, const Vtq32f*
                         const Vtq32f* pY, const Vtq32f* pZ, Vtq32f* const pDst[3], int n,
                         const VtqrSHState* pState) {
   if (!pX || !pY || !pZ || !pState) return vtqStsErrNullPtr;
-  if (!pSrc || !pSrc[0] || !pSrc[1] || !pSrc[2]) return vtqStsErrNullPtr;
-  if (!pDst || !pDst[0] || !pDst[1] || !pDst[2]) return vtqStsErrNullPtr;
+  if (sh::PlanesNull(pSrc)) return vtqStsErrNullPtr;
+  if (sh::PlanesNull(pDst)) return vtqStsErrNullPtr;
   const VtqStatus status = sh::CheckTransform(n, order, pState);
   if (status != sh::kProceed) return status;
   Inverse<3>(pSrc, order, pX, pY, pZ, n, pState,
@@ -98,7 +98,7 @@ VtqStatus SHTInv_32f_P3C3(const Vtq32f* const pSrc[3], Vtq32u order, const Vtq32
                           const Vtq32f* pY, const Vtq32f* pZ, Vtq32f* pDst, int n,
                           const VtqrSHState* pState) {
   if (!pX || !pY || !pZ || !pDst || !pState) return vtqStsErrNullPtr;
-  if (!pSrc || !pSrc[0] || !pSrc[1] || !pSrc[2]) return vtqStsErrNullPtr;
+  if (sh::PlanesNull(pSrc)) return vtqStsErrNullPtr;
   const VtqStatus status = sh::CheckTransform(n, order, pState);
   if (status != sh::kProceed) return status;
   Inverse<3>(pSrc, order, pX, pY, pZ, n, pState,

@@ -1,0 +1,173 @@
+// The separable passes of resize: rows resampled along x, and the blends along y and z that
+// combine two (trilinear) or four (cubic) resampled rows.
+//
+// Every value is one lane of a four-wide computation. Where the x pass cannot load a group's
+// taps with vector loads (taps clamped at the VOI's edge), it gathers them one by one into
+// the same lanes and runs the same blend, so a voxel gets the same bits whichever way its
+// taps were fetched.
+#ifndef VTQR_VOLUME_RESIZE_PASSES_H_
+#define VTQR_VOLUME_RESIZE_PASSES_H_
+
+#include <tmmintrin.h>
+
+#include <cstddef>
+#include <cstdint>
+
+#include "frame/code_path.h"
+#include "volume/element.h"
+#include "volume/resize_geometry.h"
+
+VTQR_PATH_BEGIN
+namespace volume {
+
+// How the taps of one mode combine, lane by lane, in single precision and in this order.
+template <int kTaps>
+struct Blend;
+
+// Trilinear: r0 * (1 - w) + r1 * w, one weight w per output.
+template <>
+struct Blend<2> {
+  static constexpr int kWeights = 1;
+  static __m128 Apply(const __m128 (&r)[2], const __m128 (&w)[1]) {
+    const __m128 rest = _mm_sub_ps(_mm_set1_ps(1.0f), w[0]);
+    return _mm_add_ps(_mm_mul_ps(r[0], rest), _mm_mul_ps(r[1], w[0]));
+  }
+};
+
+// Cubic: (w0 * r0 + w1 * r1) + (w2 * r2 + w3 * r3).
+template <>
+struct Blend<4> {
+  static constexpr int kWeights = 4;
+  static __m128 Apply(const __m128 (&r)[4], const __m128 (&w)[4]) {
+    const __m128 inner = _mm_add_ps(_mm_mul_ps(w[0], r[0]), _mm_mul_ps(w[1], r[1]));
+    const __m128 outer = _mm_add_ps(_mm_mul_ps(w[2], r[2]), _mm_mul_ps(w[3], r[3]));
+    return _mm_add_ps(inner, outer);
+  }
+};
+
+// The x tables of a call: per destination x the first tap and the weights, laid out for whole
+// groups of four outputs, and the groups whose taps all lie inside the VOI.
+struct XTable {
+  const int32_t* first;
+  const float* weights;  // per group: tap 0 of the four outputs, then tap 1, ...
+  size_t groups;
+  size_t interiorBegin;  // groups [interiorBegin, interiorEnd) read no clamped tap
+  size_t interiorEnd;
+  AxisBounds bounds;
+};
+
+// Groups whose every tap first[i] .. first[i] + taps - 1 lies inside the bounds. first[] grows
+// with i (the map is increasing), so they form one run.
+inline void FindInteriorGroups(XTable* t, int taps) {
+  size_t begin = 0;
+  while (begin < t->groups && t->first[4 * begin] < t->bounds.lo) ++begin;
+  size_t end = t->groups;
+  while (end > begin && int64_t{t->first[4 * end - 1]} + (taps - 1) > t->bounds.hi) --end;
+  t->interiorBegin = begin;
+  t->interiorEnd = end;
+}
+
+// Taps of the four outputs of a group, read as vectors from inside the row: lane l of taps[k]
+// is tap k of output l.
+template <class T>
+inline void LoadInteriorTaps(const T* row, const int32_t* first, __m128 (&taps)[4]) {
+  __m128 a = Element<T>::Load4(row + first[0]);
+  __m128 b = Element<T>::Load4(row + first[1]);
+  __m128 c = Element<T>::Load4(row + first[2]);
+  __m128 d = Element<T>::Load4(row + first[3]);
+  _MM_TRANSPOSE4_PS(a, b, c, d);
+  taps[0] = a;
+  taps[1] = b;
+  taps[2] = c;
+  taps[3] = d;
+}
+
+template <class T>
+inline void LoadInteriorTaps(const T* row, const int32_t* first, __m128 (&taps)[2]) {
+  const __m128 a = Element<T>::Load2(row + first[0]);  // a0 a1 0 0
+  const __m128 b = Element<T>::Load2(row + first[1]);
+  const __m128 c = Element<T>::Load2(row + first[2]);
+  const __m128 d = Element<T>::Load2(row + first[3]);
+  const __m128 ab = _mm_unpacklo_ps(a, b);  // a0 b0 a1 b1
+  const __m128 cd = _mm_unpacklo_ps(c, d);  // c0 d0 c1 d1
+  taps[0] = _mm_movelh_ps(ab, cd);
+  taps[1] = _mm_movehl_ps(cd, ab);
+}
+
+// Taps of a group one by one, each index clamped to the VOI: the edge replicates.
+template <class T, int kTaps>
+inline void LoadClampedTaps(const T* row, const int32_t* first, AxisBounds bounds,
+                            __m128 (&taps)[kTaps]) {
+  alignas(16) float lanes[kTaps][4];
+  for (int l = 0; l < 4; ++l) {
+    for (int k = 0; k < kTaps; ++k) {
+      lanes[k][l] = Element<T>::Load(row + ClampTap(int64_t{first[l]} + k, bounds));
+    }
+  }
+  for (int k = 0; k < kTaps; ++k) taps[k] = _mm_load_ps(lanes[k]);
+}
+
+// Resamples one source row (`row` points at its voxel x = 0) along x into table.groups * 4
+// floats at `out` (16-byte aligned).
+template <class T, int kTaps>
+void ResampleRow(const T* row, const XTable& table, float* out) {
+  using B = Blend<kTaps>;
+  auto group = [&](size_t g, bool interior) {
+    const int32_t* first = table.first + 4 * g;
+    __m128 taps[kTaps];
+    if (interior) {
+      LoadInteriorTaps(row, first, taps);
+    } else {
+      LoadClampedTaps<T, kTaps>(row, first, table.bounds, taps);
+    }
+    __m128 w[B::kWeights];
+    for (int k = 0; k < B::kWeights; ++k) w[k] = _mm_load_ps(table.weights + 4 * (g * B::kWeights + k));
+    _mm_store_ps(out + 4 * g, B::Apply(taps, w));
+  };
+  for (size_t g = 0; g < table.interiorBegin; ++g) group(g, false);
+  for (size_t g = table.interiorBegin; g < table.interiorEnd; ++g) group(g, true);
+  for (size_t g = table.interiorEnd; g < table.groups; ++g) group(g, false);
+}
+
+// Weights of one output row or slice, broadcast to every lane.
+template <int kTaps>
+struct LineWeights {
+  explicit LineWeights(const float* w) {
+    for (int k = 0; k < Blend<kTaps>::kWeights; ++k) lanes[k] = _mm_set1_ps(w[k]);
+  }
+  __m128 lanes[Blend<kTaps>::kWeights];
+};
+
+template <int kTaps>
+inline __m128 BlendAt(const float* const (&rows)[kTaps], const LineWeights<kTaps>& w, size_t i) {
+  __m128 r[kTaps];
+  for (int k = 0; k < kTaps; ++k) r[k] = _mm_load_ps(rows[k] + i);
+  return Blend<kTaps>::Apply(r, w.lanes);
+}
+
+// out = blend of the rows, groups * 4 floats (all 16-byte aligned).
+template <int kTaps>
+void BlendRows(const float* const (&rows)[kTaps], const float* weights, size_t groups,
+               float* out) {
+  const LineWeights<kTaps> w(weights);
+  for (size_t i = 0; i < groups * 4; i += 4) _mm_store_ps(out + i, BlendAt(rows, w, i));
+}
+
+// dst[0 .. width) = blend of the rows, stored as T.
+template <class T, int kTaps>
+void BlendRowsToVoxels(const float* const (&rows)[kTaps], const float* weights, size_t width,
+                       T* dst) {
+  const LineWeights<kTaps> w(weights);
+  size_t i = 0;
+  for (; i + 4 <= width; i += 4) Element<T>::Store4(dst + i, BlendAt(rows, w, i));
+  if (i < width) {
+    alignas(16) float last[4];
+    _mm_store_ps(last, BlendAt(rows, w, i));
+    for (size_t l = 0; i + l < width; ++l) Element<T>::Store(dst + i + l, last[l]);
+  }
+}
+
+}  // namespace volume
+VTQR_PATH_END
+
+#endif  // VTQR_VOLUME_RESIZE_PASSES_H_

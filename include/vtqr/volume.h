@@ -176,8 +176,10 @@ VTQR_API VtqStatus vtqrResize_32f_C1V(const Vtq32f* pSrc, VtqVolumeSize srcVolum
                                       int interpolation, Vtq8u* pBuffer);
 
 /* Resize of a PV volume (arrays of slice pointers with a row step): pSrc holds at least
- * srcVOI.z + (trimmed depth) pointers, pDst at least the region's end z. See the shared
- * description and checks above; only the arrays themselves are tested for null. */
+ * srcVOI.z + (trimmed depth) pointers, pDst at least the region's end z; only the slices of
+ * the source VOI and of the destination region are read. From C, declare the source array as
+ * `const Vtq8u* slices[n]` to pass it without a cast. See the shared description and checks
+ * above; only the arrays themselves are tested for null. */
 VTQR_API VtqStatus vtqrResize_8u_C1PV(const Vtq8u* const* pSrc, VtqVolumeSize srcVolume,
                                       int srcStep, VtqCuboid srcVOI, Vtq8u* const* pDst,
                                       int dstStep, VtqCuboid dstVOI, double xFactor,

@@ -96,7 +96,10 @@ void CheckAgainstReference(Layout layout, uint32_t seed) {
   }
 }
 
+// One thread: a parallel region per call costs more than these small volumes take, and the
+// thread split is checked bit for bit below.
 TEST(Resize, MatchesTheReference) {
+  ThreadCount one(1);
   for (Layout layout : {Layout::kBlock, Layout::kSlices}) {
     CheckAgainstReference<Vtq8u>(layout, 1);
     CheckAgainstReference<Vtq16u>(layout, 2);
@@ -185,6 +188,7 @@ Volume<T> ResizeWhole(const Volume<T>& src, const ResizeParams& p, VtqCuboid* re
 }
 
 TEST(Resize, ConstantsStayConstant) {
+  ThreadCount one(1);
   for (int code : kCodes) {
     const ResizeParams p = {{1.6, 0.7, 2.3}, {0.4, -0.2, 0.0}, code};
     VtqCuboid r;
@@ -211,6 +215,7 @@ TEST(Resize, ConstantsStayConstant) {
 // Trilinear interpolation of a linear function is that function: a ramp stays a ramp wherever
 // no tap is clamped, and swapped weights or off-by-one taps would bend it.
 TEST(Resize, TrilinearKeepsARamp) {
+  ThreadCount one(1);
   auto ramp = [](double x, double y, double z) { return 1000.0 + 300.0 * x - 170.0 * y + 90.0 * z; };
   Volume<Vtq32f> src({10, 9, 8});
   src.Fill([&](int x, int y, int z) { return float(ramp(x, y, z)); });
@@ -234,6 +239,7 @@ TEST(Resize, TrilinearKeepsARamp) {
 // Factor 1 and shift 0 put every position on a voxel centre: the interpolating modes copy the
 // source bit for bit, whatever the type.
 TEST(Resize, FactorOneCopiesTheSource) {
+  ThreadCount one(1);
   for (int code : {vtqInterNearest, vtqInterLinear, vtqInterCubicLagrange,
                    vtqInterCubicCatmullRom}) {
     const ResizeParams p = {{1, 1, 1}, {0, 0, 0}, code};
@@ -256,6 +262,7 @@ TEST(Resize, FactorOneCopiesTheSource) {
 // Nearest at factor 2 falls exactly halfway between voxel centres every other voxel; halves
 // going to the lower voxel make every source voxel appear exactly twice.
 TEST(Resize, NearestTimesTwoRepeatsEveryVoxelTwice) {
+  ThreadCount one(1);
   Volume<Vtq8u> src({5, 3, 2});
   src.Fill([](int x, int y, int z) { return Vtq8u(x + 10 * y + 100 * z); });
   const ResizeParams p = {{2, 2, 2}, {0, 0, 0}, vtqInterNearest};

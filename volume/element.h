@@ -6,8 +6,9 @@
 // with halves to even (cvtps2dq under the default rounding mode). Clamping first makes the
 // conversion exact for any in-range float and keeps out-of-range values away from the
 // conversion's 0x80000000 result; the bounds are integers, so clamp-then-round equals
-// round-then-saturate. The one-voxel Store runs lane 0 of the four-voxel sequence, so a voxel
-// gets the same bits whichever of the two writes it.
+// round-then-saturate. The one-voxel Store runs lane 0 of the four-voxel sequence, and Pack
+// (the voxels of one 16-byte store, kPerBlock of them) the same steps on more lanes, so a voxel
+// gets the same bits whichever of them writes it.
 #ifndef VTQR_VOLUME_ELEMENT_H_
 #define VTQR_VOLUME_ELEMENT_H_
 
@@ -56,9 +57,18 @@ struct Element<Vtq8u> {
     const __m128i bytes = _mm_cvtsi32_si128(LoadBits<uint16_t>(p));
     return _mm_cvtepi32_ps(_mm_unpacklo_epi16(_mm_unpacklo_epi8(bytes, zero), zero));
   }
+  static constexpr int kPerBlock = 16;
   static __m128i Narrow(__m128 v) {
     const __m128i words = _mm_packs_epi32(RoundClamped(v, kLowest, kHighest), _mm_setzero_si128());
     return _mm_packus_epi16(words, words);
+  }
+  // Sixteen voxels, v[0] first, as the 16 bytes of one store.
+  static __m128i Pack(const __m128 (&v)[4]) {
+    const __m128i low = _mm_packs_epi32(RoundClamped(v[0], kLowest, kHighest),
+                                        RoundClamped(v[1], kLowest, kHighest));
+    const __m128i high = _mm_packs_epi32(RoundClamped(v[2], kLowest, kHighest),
+                                         RoundClamped(v[3], kLowest, kHighest));
+    return _mm_packus_epi16(low, high);
   }
   static void Store4(Vtq8u* p, __m128 v) {
     const int32_t bytes = _mm_cvtsi128_si32(Narrow(v));
@@ -85,10 +95,16 @@ struct Element<Vtq16u> {
   }
   // SSSE3 has no unsigned 32-to-16 pack: shift the range down by 32768, use the signed pack
   // and flip the top bit back.
+  static constexpr int kPerBlock = 8;
   static __m128i Narrow(__m128 v) {
+    const __m128 twice[2] = {v, v};
+    return Pack(twice);
+  }
+  static __m128i Pack(const __m128 (&v)[2]) {
     const __m128i bias = _mm_set1_epi32(32768);
-    const __m128i shifted = _mm_sub_epi32(RoundClamped(v, kLowest, kHighest), bias);
-    return _mm_xor_si128(_mm_packs_epi32(shifted, shifted), _mm_set1_epi16(INT16_MIN));
+    const __m128i low = _mm_sub_epi32(RoundClamped(v[0], kLowest, kHighest), bias);
+    const __m128i high = _mm_sub_epi32(RoundClamped(v[1], kLowest, kHighest), bias);
+    return _mm_xor_si128(_mm_packs_epi32(low, high), _mm_set1_epi16(INT16_MIN));
   }
   static void Store4(Vtq16u* p, __m128 v) {
     _mm_storel_epi64(static_cast<__m128i*>(static_cast<void*>(p)), Narrow(v));
@@ -112,9 +128,14 @@ struct Element<Vtq16s> {
     const __m128i words = _mm_cvtsi32_si128(LoadBits<int32_t>(p));
     return _mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpacklo_epi16(words, words), 16));
   }
+  static constexpr int kPerBlock = 8;
   static __m128i Narrow(__m128 v) {
     const __m128i lanes = RoundClamped(v, kLowest, kHighest);
     return _mm_packs_epi32(lanes, lanes);
+  }
+  static __m128i Pack(const __m128 (&v)[2]) {
+    return _mm_packs_epi32(RoundClamped(v[0], kLowest, kHighest),
+                           RoundClamped(v[1], kLowest, kHighest));
   }
   static void Store4(Vtq16s* p, __m128 v) {
     _mm_storel_epi64(static_cast<__m128i*>(static_cast<void*>(p)), Narrow(v));
@@ -132,6 +153,8 @@ struct Element<Vtq32f> {
     return _mm_castsi128_ps(
         _mm_loadl_epi64(static_cast<const __m128i*>(static_cast<const void*>(p))));
   }
+  static constexpr int kPerBlock = 4;
+  static __m128i Pack(const __m128 (&v)[1]) { return _mm_castps_si128(v[0]); }
   static void Store4(Vtq32f* p, __m128 v) { _mm_storeu_ps(p, v); }
   static void Store(Vtq32f* p, float v) { *p = v; }
 };

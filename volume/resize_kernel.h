@@ -12,9 +12,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <type_traits>
 
 #include "frame/code_path.h"
 #include "frame/parallel.h"
+#include "volume/element.h"
 #include "volume/resize_geometry.h"
 #include "volume/resize_passes.h"
 #include "volume/resize_scratch.h"
@@ -64,11 +66,40 @@ struct ResizeJob {
   ResizeAxis axis[3];
   ResizeScratch plan;
   ResizeTables tables;
+  bool stream;  // non-temporal stores for the destination
 };
+
+// Destinations of at least this many bytes are written with non-temporal stores: they cannot
+// stay in the caches anyway, and streaming spares reading every destination line before it is
+// overwritten, which for enlargements is most of the memory traffic. Smaller ones keep normal
+// stores, so a caller that reads them soon after finds them in cache.
+inline constexpr uint64_t kStreamBytes = uint64_t{16} << 20;
+
+// One destination row of nearest voxels: out[x] = in[xs[x]]. Streamed rows gather each 16-byte
+// block in two general registers before storing it whole.
+template <class T>
+void GatherRow(const T* in, const int32_t* xs, size_t width, T* out, bool stream) {
+  size_t x = stream ? VoxelsToBoundary(out, width) : width;
+  for (size_t i = 0; i < x; ++i) out[i] = in[xs[i]];
+  if (!stream) return;
+  using Bits = std::conditional_t<sizeof(T) == 1, uint8_t,
+                                  std::conditional_t<sizeof(T) == 2, uint16_t, uint32_t>>;
+  constexpr size_t kHalf = 8 / sizeof(T);
+  for (; x + 2 * kHalf <= width; x += 2 * kHalf) {
+    uint64_t half[2] = {0, 0};
+    for (size_t j = 0; j < 2 * kHalf; ++j) {
+      half[j / kHalf] |= uint64_t{LoadBits<Bits>(in + xs[x + j])} << (8 * sizeof(T) * (j % kHalf));
+    }
+    _mm_stream_si128(reinterpret_cast<__m128i*>(out + x),
+                     _mm_set_epi64x(static_cast<int64_t>(half[1]), static_cast<int64_t>(half[0])));
+  }
+  for (; x < width; ++x) out[x] = in[xs[x]];
+}
 
 // Nearest: copies voxels. A destination row whose source row is the one the row before it
 // used (or a slice whose source slice repeats) is a copy of that earlier row, which is much
-// cheaper than gathering it again when enlarging.
+// cheaper than gathering it again when enlarging; not so when streaming, as the earlier row
+// has then left the caches.
 template <class Job>
 void NearestSlices(const Job& job, int64_t zBegin, int64_t zEnd) {
   using T = typename decltype(job.dst)::Element;
@@ -79,17 +110,16 @@ void NearestSlices(const Job& job, int64_t zBegin, int64_t zEnd) {
   const int32_t* xs = job.tables.x.first;
   for (int64_t z = zBegin; z < zEnd; ++z) {
     const int32_t zs = job.tables.firstZ[z];
-    const bool repeatSlice = z > zBegin && job.tables.firstZ[z - 1] == zs;
+    const bool repeatSlice = !job.stream && z > zBegin && job.tables.firstZ[z - 1] == zs;
     for (int64_t y = 0; y < ay.count; ++y) {
       T* out = job.dst.Row(ay.start + y, az.start + z) + ax.start;
       const int32_t ys = job.tables.firstY[y];
       if (repeatSlice) {
         std::memcpy(out, job.dst.Row(ay.start + y, az.start + z - 1) + ax.start, rowBytes);
-      } else if (y > 0 && job.tables.firstY[y - 1] == ys) {
+      } else if (!job.stream && y > 0 && job.tables.firstY[y - 1] == ys) {
         std::memcpy(out, job.dst.Row(ay.start + y - 1, az.start + z) + ax.start, rowBytes);
       } else {
-        const T* in = job.src.Row(ys, zs);
-        for (int64_t x = 0; x < ax.count; ++x) out[x] = in[xs[x]];
+        GatherRow(job.src.Row(ys, zs), xs, static_cast<size_t>(ax.count), out, job.stream);
       }
     }
   }
@@ -141,7 +171,7 @@ void SeparableSlices(const Job& job, int64_t zBegin, int64_t zEnd, char* part) {
       const float* tapRows[kTaps];
       for (int k = 0; k < kTaps; ++k) tapRows[k] = tapSlices[k] + rowOffset;
       BlendRowsToVoxels<T, kTaps>(tapRows, weights, static_cast<size_t>(ax.count),
-                                  job.dst.Row(ay.start + y, az.start + z) + ax.start);
+                                  job.dst.Row(ay.start + y, az.start + z) + ax.start, job.stream);
     }
   }
 }
@@ -156,10 +186,16 @@ inline char* AlignUp64(Vtq8u* p) {
 template <class SrcView, class DstView>
 void RunResize(const SrcView& src, const DstView& dst, const ResizeAxis (&axis)[3], int code,
                Vtq8u* buffer) {
-  ResizeJob<SrcView, DstView> job{src, dst, {axis[0], axis[1], axis[2]},
+  using T = typename DstView::Element;
+  const uint64_t dstBytes = static_cast<uint64_t>(axis[0].count * axis[1].count) *
+                            static_cast<uint64_t>(axis[2].count) * sizeof(T);
+  ResizeJob<SrcView, DstView> job{src,
+                                  dst,
+                                  {axis[0], axis[1], axis[2]},
                                   PlanResizeScratch(code, axis[0].count, axis[1].count,
                                                     axis[2].count),
-                                  {}};
+                                  {},
+                                  dstBytes >= kStreamBytes};
   const ResizeScratch& plan = job.plan;
   char* base = AlignUp64(buffer);
   auto* firstX = reinterpret_cast<int32_t*>(base + plan.firstX);
@@ -187,6 +223,8 @@ void RunResize(const SrcView& src, const DstView& dst, const ResizeAxis (&axis)[
     } else {
       SeparableSlices<4>(job, begin, end, part);
     }
+    // Non-temporal stores are weakly ordered: make them visible before the threads join.
+    if (job.stream) _mm_sfence();
   });
 }
 

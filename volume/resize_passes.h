@@ -153,18 +153,59 @@ void BlendRows(const float* const (&rows)[kTaps], const float* weights, size_t g
   for (size_t i = 0; i < groups * 4; i += 4) _mm_store_ps(out + i, BlendAt(rows, w, i));
 }
 
-// dst[0 .. width) = blend of the rows, stored as T.
+// Voxels before `p` reaches a 16-byte boundary, at most `width`; all of them when p is not
+// even aligned to its element size, since it then never gets there.
+template <class T>
+size_t VoxelsToBoundary(const T* p, size_t width) {
+  const uintptr_t address = reinterpret_cast<uintptr_t>(p);
+  if (address % sizeof(T) != 0) return width;
+  const size_t voxels = (16 - address % 16) % 16 / sizeof(T);
+  return voxels < width ? voxels : width;
+}
+
+// dst[begin .. end) one voxel at a time, each taken from the aligned group of four it sits in.
+template <class T, int kTaps>
+void StoreEachVoxel(const float* const (&rows)[kTaps], const LineWeights<kTaps>& w,
+                    size_t begin, size_t end, T* dst) {
+  for (size_t group = begin & ~size_t{3}; group < end; group += 4) {
+    alignas(16) float lanes[4];
+    _mm_store_ps(lanes, BlendAt(rows, w, group));
+    const size_t last = group + 4 < end ? group + 4 : end;
+    for (size_t i = group > begin ? group : begin; i < last; ++i) {
+      Element<T>::Store(dst + i, lanes[i - group]);
+    }
+  }
+}
+
+// dst[0 .. width) = blend of the rows, stored as T. With `stream`, whole 16-byte blocks of the
+// destination go out with non-temporal stores, for destinations far larger than the caches:
+// their lines are then written without first being read. The blocks start wherever the
+// destination reaches a 16-byte boundary, so their lanes are blended from unaligned positions
+// of the rows; every lane computes the same operations either way.
 template <class T, int kTaps>
 void BlendRowsToVoxels(const float* const (&rows)[kTaps], const float* weights, size_t width,
-                       T* dst) {
+                       T* dst, bool stream) {
   const LineWeights<kTaps> w(weights);
-  size_t i = 0;
-  for (; i + 4 <= width; i += 4) Element<T>::Store4(dst + i, BlendAt(rows, w, i));
-  if (i < width) {
-    alignas(16) float last[4];
-    _mm_store_ps(last, BlendAt(rows, w, i));
-    for (size_t l = 0; i + l < width; ++l) Element<T>::Store(dst + i + l, last[l]);
+  if (!stream) {
+    size_t i = 0;
+    for (; i + 4 <= width; i += 4) Element<T>::Store4(dst + i, BlendAt(rows, w, i));
+    StoreEachVoxel(rows, w, i, width, dst);
+    return;
   }
+  constexpr size_t kBlock = Element<T>::kPerBlock;
+  const size_t head = VoxelsToBoundary(dst, width);
+  StoreEachVoxel(rows, w, 0, head, dst);
+  size_t i = head;
+  for (; i + kBlock <= width; i += kBlock) {
+    __m128 lanes[kBlock / 4];
+    for (size_t j = 0; j < kBlock / 4; ++j) {
+      __m128 r[kTaps];
+      for (int k = 0; k < kTaps; ++k) r[k] = _mm_loadu_ps(rows[k] + i + 4 * j);
+      lanes[j] = Blend<kTaps>::Apply(r, w.lanes);
+    }
+    _mm_stream_si128(reinterpret_cast<__m128i*>(dst + i), Element<T>::Pack(lanes));
+  }
+  StoreEachVoxel(rows, w, i, width, dst);
 }
 
 }  // namespace volume

@@ -68,7 +68,9 @@ inline void FindInteriorGroups(XTable* t, int taps) {
 }
 
 // Taps of the four outputs of a group, read as vectors from inside the row: lane l of taps[k]
-// is tap k of output l.
+// is tap k of output l. Floats and 16-bit cubic taps load each output's run of taps and
+// transpose; bytes, and 16-bit pairs, gather all runs into one register and pick each tap's
+// lanes with a byte shuffle, which widens them in the same step.
 template <class T>
 inline void LoadInteriorTaps(const T* row, const int32_t* first, __m128 (&taps)[4]) {
   __m128 a = Element<T>::Load4(row + first[0]);
@@ -92,6 +94,41 @@ inline void LoadInteriorTaps(const T* row, const int32_t* first, __m128 (&taps)[
   const __m128 cd = _mm_unpacklo_ps(c, d);  // c0 d0 c1 d1
   taps[0] = _mm_movelh_ps(ab, cd);
   taps[1] = _mm_movehl_ps(cd, ab);
+}
+
+// Four runs of `Bits` (the bytes of a run of taps), one per 32-bit lane.
+template <class Bits, class T>
+inline __m128i GatherRuns(const T* row, const int32_t* first) {
+  return _mm_setr_epi32(LoadBits<Bits>(row + first[0]), LoadBits<Bits>(row + first[1]),
+                        LoadBits<Bits>(row + first[2]), LoadBits<Bits>(row + first[3]));
+}
+
+// Byte k of each 32-bit lane, widened to the lane.
+inline __m128 ByteOfEachLane(__m128i v, int k) {
+  const char z = -1;  // a shuffle index with the top bit set writes a zero
+  const char b = static_cast<char>(k);
+  return _mm_cvtepi32_ps(_mm_shuffle_epi8(
+      v, _mm_setr_epi8(b, z, z, z, b + 4, z, z, z, b + 8, z, z, z, b + 12, z, z, z)));
+}
+
+template <>
+inline void LoadInteriorTaps(const Vtq8u* row, const int32_t* first, __m128 (&taps)[4]) {
+  const __m128i runs = GatherRuns<int32_t>(row, first);
+  for (int k = 0; k < 4; ++k) taps[k] = ByteOfEachLane(runs, k);
+}
+
+template <>
+inline void LoadInteriorTaps(const Vtq8u* row, const int32_t* first, __m128 (&taps)[2]) {
+  const __m128i runs = GatherRuns<uint16_t>(row, first);
+  taps[0] = ByteOfEachLane(runs, 0);
+  taps[1] = ByteOfEachLane(runs, 1);
+}
+
+template <>
+inline void LoadInteriorTaps(const Vtq16u* row, const int32_t* first, __m128 (&taps)[2]) {
+  const __m128i runs = GatherRuns<int32_t>(row, first);
+  taps[0] = _mm_cvtepi32_ps(_mm_and_si128(runs, _mm_set1_epi32(0xFFFF)));
+  taps[1] = _mm_cvtepi32_ps(_mm_srli_epi32(runs, 16));
 }
 
 // Taps of a group one by one, each index clamped to the VOI: the edge replicates.

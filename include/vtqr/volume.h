@@ -105,7 +105,10 @@ enum VtqInterpolation {
  * the nearest integer, halves to even (in the processor's default rounding mode).
  *
  * Results are bit-identical whatever the thread count, the code path, the alignment of the
- * arrays and the layout (V or PV) of the same data.
+ * arrays and the layout (V or PV) of the same data, and a destination resized in slabs of
+ * slices (one call per slab, the same source and parameters) equals one call over all of it.
+ * Destination regions of 16 MiB and more are written with non-temporal stores (same values;
+ * they bypass the caches).
  *
  * Threads: when ownGetNumThreads() is above 1, the destination region's slices are divided
  * into contiguous runs, as even as possible, one per thread of one OpenMP parallel region of

@@ -125,6 +125,39 @@ void NearestSlices(const Job& job, int64_t zBegin, int64_t zEnd) {
   }
 }
 
+// The places of one output's taps along y or z: `first` is its first tap, `weights` its
+// weights in the table, and fill(index, place) computes a tap that is missing from the ring.
+//
+// Integer voxel types skip taps whose weight is exactly zero (with factors like 0.5 or 2 that
+// is every other row and slice for trilinear, three in four for Catmull-Rom): such a tap takes
+// the place of one that is computed, whose finite values times zero add a zero as the skipped
+// ones would have. The sums then differ at most in the sign of a zero, which no conversion to
+// an integer can see. Floats compute every tap, as infinities and NaNs must reach the output.
+template <class T, int kTaps, class Fill>
+void PlaceTaps(Ring& ring, int32_t first, AxisBounds bounds, const float* weights,
+               const float* (&places)[kTaps], Fill&& fill) {
+  float w[kTaps];
+  if constexpr (kTaps == 2) {
+    w[0] = 1.0f - weights[0];
+    w[1] = weights[0];
+  } else {
+    for (int k = 0; k < kTaps; ++k) w[k] = weights[k];
+  }
+  const float* computed = nullptr;
+  for (int k = 0; k < kTaps; ++k) {
+    places[k] = nullptr;
+    if (std::is_integral_v<T> && w[k] == 0.0f) continue;
+    const int64_t index = ClampTap(int64_t{first} + k, bounds);
+    bool missing = false;
+    float* place = ring.Place(index, &missing);
+    if (missing) fill(index, place);
+    places[k] = computed = place;
+  }
+  for (const float*& place : places) {
+    if (place == nullptr) place = computed;
+  }
+}
+
 // Resamples source slice zs along x and y into `out` (plan.sliceStride floats).
 template <int kTaps, class Job>
 void ResampleSlice(const Job& job, int64_t zs, Ring& rows, float* out) {
@@ -133,15 +166,13 @@ void ResampleSlice(const Job& job, int64_t zs, Ring& rows, float* out) {
   const ResizeAxis& ay = job.axis[1];
   rows.Clear();
   for (int64_t y = 0; y < ay.count; ++y) {
+    const float* weights = job.tables.weightsY + y * B::kWeights;
     const float* tapRows[kTaps];
-    for (int k = 0; k < kTaps; ++k) {
-      const int64_t ys = ClampTap(int64_t{job.tables.firstY[y]} + k, ay.src);
-      bool missing = false;
-      float* place = rows.Place(ys, &missing);
-      if (missing) ResampleRow<T, kTaps>(job.src.Row(ys, zs), job.tables.x, place);
-      tapRows[k] = place;
-    }
-    BlendRows<kTaps>(tapRows, job.tables.weightsY + y * B::kWeights, job.plan.groupsX,
+    PlaceTaps<T>(rows, job.tables.firstY[y], ay.src, weights, tapRows,
+                 [&](int64_t ys, float* place) {
+                   ResampleRow<T, kTaps>(job.src.Row(ys, zs), job.tables.x, place);
+                 });
+    BlendRows<kTaps>(tapRows, weights, job.plan.groupsX,
                      out + static_cast<size_t>(y) * job.plan.sliceRowStride);
   }
 }
@@ -157,15 +188,10 @@ void SeparableSlices(const Job& job, int64_t zBegin, int64_t zEnd, char* part) {
   Ring rows(reinterpret_cast<float*>(part + job.plan.rowRing), job.plan.rowStride, kTaps);
   Ring slices(reinterpret_cast<float*>(part + job.plan.sliceRing), job.plan.sliceStride, kTaps);
   for (int64_t z = zBegin; z < zEnd; ++z) {
-    const float* tapSlices[kTaps];
-    for (int k = 0; k < kTaps; ++k) {
-      const int64_t zs = ClampTap(int64_t{job.tables.firstZ[z]} + k, az.src);
-      bool missing = false;
-      float* place = slices.Place(zs, &missing);
-      if (missing) ResampleSlice<kTaps>(job, zs, rows, place);
-      tapSlices[k] = place;
-    }
     const float* weights = job.tables.weightsZ + z * B::kWeights;
+    const float* tapSlices[kTaps];
+    PlaceTaps<T>(slices, job.tables.firstZ[z], az.src, weights, tapSlices,
+                 [&](int64_t zs, float* place) { ResampleSlice<kTaps>(job, zs, rows, place); });
     for (int64_t y = 0; y < ay.count; ++y) {
       const size_t rowOffset = static_cast<size_t>(y) * job.plan.sliceRowStride;
       const float* tapRows[kTaps];

@@ -170,6 +170,46 @@ TEST(Resize, SameBitsInEveryWayOfCalling) {
   }
 }
 
+// An integer volume gives the float result of the same values, clamped and rounded half to
+// even: the element types differ only in how voxels are loaded and stored. Factors 0.5, 1 and
+// 2 put taps on zero weights, which integer types skip.
+template <class T>
+void CheckIntegersAreRoundedFloats(int code) {
+  SCOPED_TRACE(::testing::Message() << "code " << code << " size " << sizeof(T));
+  const VtqVolumeSize size = {14, 9, 8};
+  const VtqCuboid voi = {1, 0, 0, 13, 9, 8};
+  Volume<T> ints(size);
+  FillRandom(ints, 31);
+  Volume<Vtq32f> floats(size);
+  floats.Fill([&](int x, int y, int z) { return float(ints.at(x, y, z)); });
+  const double factors[][3] = {{0.5, 2.0, 1.0}, {2.0, 0.5, 0.5}, {1.3, 0.7, 2.6}};
+  for (const auto& f : factors) {
+    const ResizeParams p = {{f[0], f[1], f[2]}, {0, 0, 0}, code};
+    const VtqCuboid dstVOI = {0, 0, 0, 28, 18, 20};
+    std::vector<Vtq8u> buffer(BufferSize(voi, dstVOI, code));
+    Volume<T> intOut({28, 18, 20});
+    Volume<Vtq32f> floatOut({28, 18, 20});
+    ASSERT_EQ(vtqStsOk, CallResize(ActivePath(), Layout::kBlock, ints, voi, intOut, dstVOI, p,
+                                   buffer.data()));
+    ASSERT_EQ(vtqStsOk, CallResize(ActivePath(), Layout::kBlock, floats, voi, floatOut, dstVOI,
+                                   p, buffer.data()));
+    for (int z = 0; z < 20; ++z)
+      for (int y = 0; y < 18; ++y)
+        for (int x = 0; x < 28; ++x) {
+          const double rounded = std::nearbyint(std::clamp<double>(floatOut.at(x, y, z), 0, Highest<T>()));
+          ASSERT_EQ(rounded, intOut.at(x, y, z)) << x << "," << y << "," << z << " factor " << f[0];
+        }
+  }
+}
+
+TEST(Resize, IntegersAreRoundedFloats) {
+  ThreadCount one(1);
+  for (int code : kCodes) {
+    CheckIntegersAreRoundedFloats<Vtq8u>(code);
+    CheckIntegersAreRoundedFloats<Vtq16u>(code);
+  }
+}
+
 // A destination of more than 16 MiB goes out with non-temporal stores in 16-byte blocks; in
 // slabs of a few slices each call keeps normal stores. The map is absolute, so both must give
 // the same bits. Rows start off any 16-byte boundary, with heads and tails of every length.

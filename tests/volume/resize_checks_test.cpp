@@ -37,30 +37,18 @@ struct Call {
 template <class T>
 VtqStatus Run(CodePath path, Layout layout, const Call& c, Volume<T>& src, Volume<T>& dst,
               Vtq8u* buffer) {
-  const DispatchTable& d = kDispatchTable;
-  const T* s = c.nullSrc ? nullptr : src.base();
-  T* o = c.nullDst ? nullptr : dst.base();
-  const T* const* ss = c.nullSrc ? nullptr : src.constSlices();
-  T* const* os = c.nullDst ? nullptr : dst.slices();
   Vtq8u* b = c.nullBuffer ? nullptr : buffer;
-  auto block = [&](auto fn) {
-    return fn(s, c.srcVolume, src.rowStep(), src.planeStep(), c.srcVOI, o, dst.rowStep(),
-              dst.planeStep(), c.dstVOI, c.factor[0], c.factor[1], c.factor[2], c.shift[0],
-              c.shift[1], c.shift[2], c.interpolation, b);
-  };
-  auto slices = [&](auto fn) {
-    return fn(ss, c.srcVolume, src.rowStep(), c.srcVOI, os, dst.rowStep(), c.dstVOI,
-              c.factor[0], c.factor[1], c.factor[2], c.shift[0], c.shift[1], c.shift[2],
-              c.interpolation, b);
-  };
-  const bool v = layout == Layout::kBlock;
-  if constexpr (std::is_same_v<T, Vtq8u>) {
-    return v ? block(d.Resize_8u_C1V[path]) : slices(d.Resize_8u_C1PV[path]);
-  } else if constexpr (std::is_same_v<T, Vtq16u>) {
-    return v ? block(d.Resize_16u_C1V[path]) : slices(d.Resize_16u_C1PV[path]);
-  } else {
-    return v ? block(d.Resize_32f_C1V[path]) : slices(d.Resize_32f_C1PV[path]);
+  if (layout == Layout::kBlock) {
+    return BlockResize<T>(path)(c.nullSrc ? nullptr : src.base(), c.srcVolume, src.rowStep(),
+                                src.planeStep(), c.srcVOI, c.nullDst ? nullptr : dst.base(),
+                                dst.rowStep(), dst.planeStep(), c.dstVOI, c.factor[0],
+                                c.factor[1], c.factor[2], c.shift[0], c.shift[1], c.shift[2],
+                                c.interpolation, b);
   }
+  return SliceResize<T>(path)(c.nullSrc ? nullptr : src.constSlices(), c.srcVolume,
+                              src.rowStep(), c.srcVOI, c.nullDst ? nullptr : dst.slices(),
+                              dst.rowStep(), c.dstVOI, c.factor[0], c.factor[1], c.factor[2],
+                              c.shift[0], c.shift[1], c.shift[2], c.interpolation, b);
 }
 
 struct CheckRow {

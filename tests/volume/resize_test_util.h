@@ -100,29 +100,34 @@ struct ResizeParams {
   int interpolation;
 };
 
+// The V and PV entry points of element type T in column `path`.
+template <class T>
+auto BlockResize(CodePath path) {
+  if constexpr (std::is_same_v<T, Vtq8u>) return kDispatchTable.Resize_8u_C1V[path];
+  if constexpr (std::is_same_v<T, Vtq16u>) return kDispatchTable.Resize_16u_C1V[path];
+  if constexpr (std::is_same_v<T, Vtq32f>) return kDispatchTable.Resize_32f_C1V[path];
+}
+template <class T>
+auto SliceResize(CodePath path) {
+  if constexpr (std::is_same_v<T, Vtq8u>) return kDispatchTable.Resize_8u_C1PV[path];
+  if constexpr (std::is_same_v<T, Vtq16u>) return kDispatchTable.Resize_16u_C1PV[path];
+  if constexpr (std::is_same_v<T, Vtq32f>) return kDispatchTable.Resize_32f_C1PV[path];
+}
+
 // One resize call through column `path`, in either layout.
 template <class T>
 VtqStatus CallResize(CodePath path, Layout layout, const Volume<T>& src, VtqCuboid srcVOI,
                      Volume<T>& dst, VtqCuboid dstVOI, const ResizeParams& p, Vtq8u* buffer) {
-  const DispatchTable& d = kDispatchTable;
-  auto block = [&](auto fn) {
-    return fn(src.base(), src.size(), src.rowStep(), src.planeStep(), srcVOI, dst.base(),
-              dst.rowStep(), dst.planeStep(), dstVOI, p.factor[0], p.factor[1], p.factor[2],
-              p.shift[0], p.shift[1], p.shift[2], p.interpolation, buffer);
-  };
-  auto slices = [&](auto fn) {
-    return fn(src.constSlices(), src.size(), src.rowStep(), srcVOI, dst.slices(),
-              dst.rowStep(), dstVOI, p.factor[0], p.factor[1], p.factor[2], p.shift[0],
-              p.shift[1], p.shift[2], p.interpolation, buffer);
-  };
-  const bool v = layout == Layout::kBlock;
-  if constexpr (std::is_same_v<T, Vtq8u>) {
-    return v ? block(d.Resize_8u_C1V[path]) : slices(d.Resize_8u_C1PV[path]);
-  } else if constexpr (std::is_same_v<T, Vtq16u>) {
-    return v ? block(d.Resize_16u_C1V[path]) : slices(d.Resize_16u_C1PV[path]);
-  } else {
-    return v ? block(d.Resize_32f_C1V[path]) : slices(d.Resize_32f_C1PV[path]);
+  if (layout == Layout::kBlock) {
+    return BlockResize<T>(path)(src.base(), src.size(), src.rowStep(), src.planeStep(), srcVOI,
+                                dst.base(), dst.rowStep(), dst.planeStep(), dstVOI, p.factor[0],
+                                p.factor[1], p.factor[2], p.shift[0], p.shift[1], p.shift[2],
+                                p.interpolation, buffer);
   }
+  return SliceResize<T>(path)(src.constSlices(), src.size(), src.rowStep(), srcVOI,
+                              dst.slices(), dst.rowStep(), dstVOI, p.factor[0], p.factor[1],
+                              p.factor[2], p.shift[0], p.shift[1], p.shift[2], p.interpolation,
+                              buffer);
 }
 
 inline int BufferSize(VtqCuboid srcVOI, VtqCuboid dstVOI, int interpolation) {

@@ -147,8 +147,9 @@ inline void LoadClampedTaps(const T* row, const int32_t* first, AxisBounds bound
 // Resamples one source row (`row` points at its voxel x = 0) along x into table.groups * 4
 // floats at `out` (16-byte aligned).
 template <class T, int kTaps>
-void ResampleRow(const T* row, const XTable& table, float* out) {
+void ResampleRow(const T* row, const XTable& tableRef, float* out) {
   using B = Blend<kTaps>;
+  const XTable table = tableRef;  // a local copy: the stores to `out` could alias the original
   auto group = [&](size_t g, bool interior) {
     const int32_t* first = table.first + 4 * g;
     __m128 taps[kTaps];

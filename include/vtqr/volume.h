@@ -61,8 +61,10 @@ enum VtqInterpolation {
  * takes source coordinate u to destination coordinate u*factor + shift; each destination voxel
  * d is computed at the source position
  *     s = d * (1/factor) + (-shift/factor)
- * (both terms in double precision, rounded as written), so the voxel at the destination start
- * of a VOI whose origin maps onto a whole voxel lands exactly on that origin.
+ * (both terms in double precision, rounded as written): the inverse of the forward map,
+ * applied to destination indices as voxel centres. vtqrGetResizeCuboid and the destination
+ * region below apply the same forward map to the VOI's faces, so a VOI whose origin maps onto
+ * a whole voxel starts its region on the voxel that samples exactly that origin.
  *
  * Shared checks of the resize functions, in this order (the first failure is returned and
  * nothing is written):
@@ -105,8 +107,8 @@ enum VtqInterpolation {
  * the nearest integer, halves to even (in the processor's default rounding mode).
  *
  * Results are bit-identical whatever the thread count, the code path, the alignment of the
- * arrays and the layout (V or PV) of the same data, and a destination resized in slabs of
- * slices (one call per slab, the same source and parameters) equals one call over all of it.
+ * arrays and the layout (V or PV) of the same data, and a destination resized in parts (one
+ * call per dstVOI, the same source and parameters) equals one call over all of it.
  * Destination regions of 16 MiB and more are written with non-temporal stores (same values;
  * they bypass the caches).
  *
@@ -128,9 +130,10 @@ enum VtqInterpolation {
  *              + 16H*al64(W) + 64, with R = (4W+255) & ~63;
  * A = (al16(W) + al16(H) + al16(D) + al64(W) + al64(H) + al64(D))*4, and the value written is
  * the per-thread size times ownGetNumThreads(). The arithmetic is signed 32-bit and wraps
- * without notice: for a destination VOI of some hundred million voxels and more (16*H*W*T
- * near 2^31 for the cubic codes) the value is meaningless, so such volumes are resized in
- * slabs of destination slices, one call per slab.
+ * without notice. The sizes grow with the area of a destination slice (16*H*W*T bytes for the
+ * cubic codes, 8*H*W*T for trilinear), so slices of tens of millions of voxels make the value
+ * meaningless (negative, or too small): resize such volumes in bands of fewer rows, a dstVOI
+ * of smaller height per call, which gives the same voxels as one call.
  * The size depends only on dstVOI, interpolation and the thread count; srcVOI is checked but
  * plays no part.
  * Checks, in order: pSize, srcVOI or dstVOI null: vtqStsErrNullPtr; an origin coordinate of

@@ -218,9 +218,13 @@ void PrintRows(double copyBytesPerSecond) {
       const double one = Median(gSeconds[name + " 1t"]);
       const double two = Median(gSeconds[name + " 2t"]);
       const double itk = Median(gSeconds[name + " itk"]);
-      std::printf("%-24s %9.1f %9.1f %9.2f %9.2f %9.1f %9.1f\n", name.c_str(), voxels / one / 1e6,
-                  voxels / two / 1e6, bytes / one / copyBytesPerSecond, one / two,
-                  voxels / itk / 1e6, itk / one);
+      std::printf("%-24s %9.1f %9.1f %10.2f %9.2f", name.c_str(), voxels / one / 1e6,
+                  voxels / two / 1e6, bytes / one / copyBytesPerSecond, one / two);
+      if (std::isnan(itk)) {
+        std::printf(" %10s %9s\n", "-", "-");  // ITK has no such mode, or was not built in
+      } else {
+        std::printf(" %10.1f %9.1f\n", voxels / itk / 1e6, itk / one);
+      }
     }
   }
 }
@@ -229,8 +233,8 @@ void PrintSummary() {
   const double copy = 2.0 * kSide * kSide * kSide * sizeof(Vtq32f) / Median(gSeconds["copy"]);
   std::printf("\nMedians. Mvox/s of destination voxels; bytes/copy: (source + destination bytes) "
               "per second over the copy's %.1f GB/s\n", copy / 1e9);
-  std::printf("%-24s %9s %9s %9s %9s %9s %9s\n", "case", "1t Mvox/s", "2t Mvox/s", "bytes/copy",
-              "2t/1t", "ITK Mvox/s", "x ITK");
+  std::printf("%-24s %9s %9s %10s %9s %10s %9s\n", "case", "1t Mvox/s", "2t Mvox/s",
+              "bytes/copy", "2t/1t", "ITK Mvox/s", "x ITK");
   PrintRows<Vtq8u>(copy);
   PrintRows<Vtq16u>(copy);
   PrintRows<Vtq32f>(copy);

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "accel/kdtree_events.h"
-#include "accel/kdtree_layout.h"
+#include "accel/kdtree_node.h"
 #include "accel/kdtree_sah.h"
 #include "kdtree_test_util.h"
 
@@ -19,6 +19,7 @@ namespace vtqr::test {
 namespace {
 
 namespace kd = vtqr::u8::kdtree;
+namespace kdnode = vtqr::kdnode;
 
 TEST(KDTreeBuildAlloc, ChecksInOrderAndWriteNothingOnFailure) {
   const Mesh mesh = RandomSoup(2, 1);
@@ -96,7 +97,7 @@ TEST(KDTreeBuildAlloc, OneLeafLayouts) {
   }
 }
 
-TEST(KDTreeLayout, CompactLeavesRoundTripAtTheirLimits) {
+TEST(KDTreeNode, CompactLeavesRoundTripAtTheirLimits) {
   constexpr int32_t kM = (1 << 29) - 1;  // largest number the second word holds
   const std::pair<std::vector<int32_t>, bool> rows[] = {
       {{INT_MAX}, true},
@@ -110,17 +111,20 @@ TEST(KDTreeLayout, CompactLeavesRoundTripAtTheirLimits) {
       {{1, 2, 3, 4}, false},
   };
   for (const auto& [ids, fits] : rows) {
-    int32_t w0 = 0, w1 = 0;
-    ASSERT_EQ(kd::EncodeCompactLeaf(ids.data(), static_cast<int>(ids.size()), &w0, &w1), fits)
+    VtqrKDTreeNode leaf = {0, 0};
+    ASSERT_EQ(kdnode::EncodeCompactLeaf(ids.data(), static_cast<int>(ids.size()), &leaf), fits)
         << ids.size() << " ids from " << ids[0];
     if (!fits) continue;
-    // Decoded the way the traversal reads it.
-    int32_t a = w0 & 0x7FFFFFFF, m = (w1 & 0x7FFFFFFC) >> 2;
+    // Decoded as the public header describes the format, and through the library's reader.
+    int32_t a = leaf.w0 & 0x7FFFFFFF, m = (leaf.w1 & 0x7FFFFFFC) >> 2;
     std::vector<int32_t> decoded = {a};
-    if ((w1 & 3) == 2) decoded = {a, m};
-    if ((w1 & 3) == 3) decoded = {m - (a >> 16), m, m + (a & 0xFFFF)};
-    EXPECT_TRUE(w0 < 0 && w1 < 0);
+    if ((leaf.w1 & 3) == 2) decoded = {a, m};
+    if ((leaf.w1 & 3) == 3) decoded = {m - (a >> 16), m, m + (a & 0xFFFF)};
+    EXPECT_TRUE(leaf.w0 < 0 && leaf.w1 < 0);
     EXPECT_EQ(decoded, ids);
+    int32_t scratch[3];
+    kdnode::LeafTriangles read = kdnode::ReadLeaf(&leaf, scratch);
+    EXPECT_EQ(std::vector<int32_t>(read.ids, read.ids + read.count), ids);
   }
 }
 

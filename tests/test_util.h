@@ -40,7 +40,7 @@ inline std::string PerPathName(const ::testing::TestParamInfo<CodePath>& info) {
   return PathName(info.param);
 }
 
-#define VTQR_INSTANTIATE_PER_PATH(Suite)                                                 \
+#define VTQR_INSTANTIATE_PER_PATH(Suite)                                           \
   INSTANTIATE_TEST_SUITE_P(, Suite, ::testing::ValuesIn(::vtqr::test::kBothPaths), \
                            ::vtqr::test::PerPathName)
 

@@ -13,8 +13,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <ctime>
 #include <cstdio>
+#include <ctime>
 #include <map>
 #include <random>
 #include <string>

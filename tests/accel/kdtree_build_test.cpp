@@ -349,9 +349,9 @@ TEST(KDTreeSplitSearch, AxisTiesOnSymmetricScenes) {
     int dearAxis;  // squashed; -1 when all three axes tie
     int expectedAxis;
   };
+  const Images all = {{0, 1, 2}, {0, 2, 1}, {1, 0, 2}, {1, 2, 0}, {2, 0, 1}, {2, 1, 0}};
   const Scene scenes[] = {
-      {"x, y and z alike", {{0, 1, 2}, {0, 2, 1}, {1, 0, 2}, {1, 2, 0}, {2, 0, 1}, {2, 1, 0}}, -1,
-       2},
+      {"x, y and z alike", all, -1, 2},
       {"x and y alike, z dearer", {{0, 1, 2}, {1, 0, 2}}, 2, 0},
       {"y and z alike, x dearer", {{0, 1, 2}, {0, 2, 1}}, 0, 2},
       {"x and z alike, y dearer", {{0, 1, 2}, {2, 1, 0}}, 1, 2},

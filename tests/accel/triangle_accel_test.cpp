@@ -82,8 +82,8 @@ TEST_P(TriangleAccel, SizeQueryAndEmptyInit) {
   const float vert[9] = {0, 0, 0, 1, 0, 0, 0, 1, 0};
   const int32_t index[4] = {0, 1, 2, 0};
   for (int count : {0, -1}) {
-    kDispatchTable.TriangleAccelInit[path()](reinterpret_cast<VtqrTriangleAccel*>(&r), vert,
-                                             index, count);
+    kDispatchTable.TriangleAccelInit[path()](reinterpret_cast<VtqrTriangleAccel*>(&r), vert, index,
+                                             count);
     EXPECT_EQ(r.axes, 0xA5A5A5A5u);
   }
 }
@@ -183,19 +183,18 @@ TEST_P(BoundBox, MatchesReference) {
   };
   std::vector<Case> cases = {{0, {}},
                              {-5, {}},
-                             {1, {0, 0, 0}},               // margin of the smallest normal float
-                             {2, {-200, 1, 1, 2, 3, 4}},   // largest magnitude on the min side
-                             // NaN coordinates are ignored, first, last and in the unrolled loop.
-                             {2, {NAN, 1, 2, 3, NAN, -4}},
-                             {9, {NAN, NAN, NAN, 5, 6, 7, 1, 1, 1, 0, 0, 0, 2, 2, 2,
-                                  3, 3, 3, 4, 4, 4, 8, 8, 8, -9, NAN, 9}},
-                             {1, {NAN, NAN, NAN}}};
-  // Every length of the unrolled loop's tail, with the extremes in the last vertex.
+                             {1, {0, 0, 0}},              // margin of the smallest normal float
+                             {2, {-200, 1, 1, 2, 3, 4}},  // largest magnitude on the min side
+                             {1, {NAN, NAN, NAN}}};       // NaN coordinates are ignored
+  // Every length of the unrolled loop's tail, with the extremes in the last vertex; then with a
+  // NaN in the first and in the last vertex.
   for (int count = 1; count <= 17; ++count) {
     std::vector<float> vert(3 * static_cast<size_t>(count));
     for (float& x : vert) x = unit(rng);
     vert[3 * count - 3] = -1000;
     vert[3 * count - 1] = 500;
+    cases.push_back({count, vert});
+    vert[1] = vert[3 * count - 2] = NAN;
     cases.push_back({count, vert});
   }
   for (const Case& c : cases) {

@@ -50,11 +50,11 @@ TEST(CpuFeatures, MatchTheKernelsCpuFlags) {
   ASSERT_FALSE(flags.empty()) << "no flags line";
 
   const std::pair<uint64_t, const char*> bits[] = {
-      {VTQ_CPU_MMX, "mmx"},       {VTQ_CPU_SSE, "sse"},     {VTQ_CPU_SSE2, "sse2"},
-      {VTQ_CPU_SSE3, "pni"},      {VTQ_CPU_SSSE3, "ssse3"}, {VTQ_CPU_MOVBE, "movbe"},
-      {VTQ_CPU_SSE41, "sse4_1"},  {VTQ_CPU_SSE42, "sse4_2"}, {VTQ_CPU_AVX, "avx"},
-      {VTQ_CPU_AES, "aes"},       {VTQ_CPU_CLMUL, "pclmulqdq"}, {VTQ_CPU_F16C, "f16c"},
-      {VTQ_CPU_FMA, "fma"},       {VTQ_CPU_AVX2, "avx2"},   {VTQ_CPU_POPCNT, "popcnt"}};
+      {VTQ_CPU_MMX, "mmx"},      {VTQ_CPU_SSE, "sse"},         {VTQ_CPU_SSE2, "sse2"},
+      {VTQ_CPU_SSE3, "pni"},     {VTQ_CPU_SSSE3, "ssse3"},     {VTQ_CPU_MOVBE, "movbe"},
+      {VTQ_CPU_SSE41, "sse4_1"}, {VTQ_CPU_SSE42, "sse4_2"},    {VTQ_CPU_AVX, "avx"},
+      {VTQ_CPU_AES, "aes"},      {VTQ_CPU_CLMUL, "pclmulqdq"}, {VTQ_CPU_F16C, "f16c"},
+      {VTQ_CPU_FMA, "fma"},      {VTQ_CPU_AVX2, "avx2"},       {VTQ_CPU_POPCNT, "popcnt"}};
   const uint64_t features = vtqSetEnabledCpuFeatures(~0ull);
   EXPECT_EQ(features, vtqGetEnabledCpuFeatures());
   uint64_t known = 0;

@@ -23,8 +23,8 @@ void CopyRays(Rays& from, Rays& to, int len) {
 // one array's alignment then loads or stores it as aligned, and faults.
 std::vector<std::pair<int, Layout>> Calls(int planeCount) {
   std::vector<std::pair<int, Layout>> calls;
-  const Layout common[] = {Layout::All(0), Layout::All(1), Layout::All(2), Layout::All(3),
-                           {{1, 2, 3, 0}, 0}};
+  const Layout common[] = {
+      Layout::All(0), Layout::All(1), Layout::All(2), Layout::All(3), {{1, 2, 3, 0}, 0}};
   for (int len : {1, 3, 4, 5, 7, 8, 13, 64}) {
     for (const Layout& layout : common) calls.push_back({len, layout});
   }

@@ -18,6 +18,7 @@ float Dot(float ax, float ay, float az, float bx, float by, float bz) {
 // tells the shadow reference whether the ray sits in a packet of four.
 using Reference = void (*)(Rays& r, int i, bool packed);
 
+// clang-format off
 const std::map<std::string, Reference>& References() {
   static const std::map<std::string, Reference> references = {
     {"Dot_32f_P3C1M", [](Rays& r, int i, bool) {
@@ -68,6 +69,7 @@ const std::map<std::string, Reference>& References() {
   };
   return references;
 }
+// clang-format on
 
 class ShadeKernels : public PerPath {};
 VTQR_INSTANTIATE_PER_PATH(ShadeKernels);

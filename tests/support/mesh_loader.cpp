@@ -156,8 +156,7 @@ bool LoadPly(const std::string& path, Mesh* mesh, std::string* error) {
       for (const Property& property : element.properties) {
         if (!property.countType.empty()) {
           char countBytes[8];
-          in.read(countBytes,
-                  static_cast<std::streamsize>(PlyTypeSize(property.countType)));
+          in.read(countBytes, static_cast<std::streamsize>(PlyTypeSize(property.countType)));
           int64_t count = PlyReadInt(countBytes, property.countType);
           size_t size = PlyTypeSize(property.type);
           record.resize(static_cast<size_t>(count) * size);
@@ -165,8 +164,8 @@ bool LoadPly(const std::string& path, Mesh* mesh, std::string* error) {
           if (element.name == "face") {
             corners.clear();
             for (int64_t i = 0; i < count; ++i) {
-              corners.push_back(static_cast<int32_t>(PlyReadInt(
-                  record.data() + i * static_cast<int64_t>(size), property.type)));
+              corners.push_back(static_cast<int32_t>(
+                  PlyReadInt(record.data() + i * static_cast<int64_t>(size), property.type)));
             }
             AddPolygon(mesh, corners);
           }

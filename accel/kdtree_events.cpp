@@ -230,14 +230,16 @@ void SplitEventLists(const Event* lists, int count, const uint8_t* side, Event* 
   for (int pass = 0; pass < 2; ++pass) {
     Event* out = pass == 0 ? upper : lower;
     size_t outCount = size_t(pass == 0 ? upperCount : lowerCount);
-    uint8_t belongs = pass == 0 ? kSideAbove : kSideBelow;
+    // The cursor steps by this child's side bit shifted down to bit 0 (shifting measured a few
+    // percent faster than testing the bit).
+    int shift = std::countr_zero(pass == 0 ? kSideAbove : kSideBelow);
     if (out == nullptr) continue;
     for (int list = 0; list < kListsPerNode; ++list) {
       const Event* from = lists + list * size_t(count);
       Event* to = out + list * outCount;
       for (int i = 0; i < count; ++i) {
         *to = from[i];
-        to += (side[from[i].tri & ~kFlatBit] & belongs) != 0;
+        to += (side[from[i].tri & ~kFlatBit] >> shift) & 1;
       }
     }
   }

@@ -92,6 +92,8 @@ class AxisSearch {
 inline constexpr uint8_t kSideBelow = 1;
 inline constexpr uint8_t kSideAbove = 2;
 inline constexpr uint8_t kSideBoth = kSideBelow | kSideAbove;
+// The hot loops count sides by shifting a bit down rather than by comparing.
+static_assert(kSideBelow == 1 << 0 && kSideAbove == 1 << 1);
 
 // The side bits of a triangle spanning [start, end] on the split axis. A triangle lying in the
 // plane goes to the side the search chose for such triangles.

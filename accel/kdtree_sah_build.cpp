@@ -267,8 +267,10 @@ VtqStatus SahBuilder::Split(const Pending& node, const AxisSplit& split, int axi
     uint8_t side = Side(std::max(lo, axisStarts[i].key), std::min(hi, end_[tri]), x,
                         split.planarBelow);
     side_[tri] = side;
-    below += (side & kSideBelow) != 0;
-    above += (side & kSideAbove) != 0;
+    // Counted as shifted bits rather than compared: this loop runs over every triangle of
+    // every node.
+    below += side & kSideBelow;
+    above += (side & kSideAbove) >> 1;
     if (clip && side == kSideBoth) straddlers_[straddlerCount++] = tri;
   }
 

@@ -23,6 +23,9 @@ namespace {
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 constexpr double kInf = std::numeric_limits<double>::infinity();
 
+class ResizeChecks : public PerPath {};
+VTQR_INSTANTIATE_PER_PATH(ResizeChecks);
+
 // A resize call's arguments; each row of the check table breaks some of them.
 struct Call {
   bool nullSrc = false, nullDst = false, nullBuffer = false;
@@ -89,7 +92,7 @@ const struct {
 };
 
 template <class T>
-void CheckOrder(Layout layout) {
+void CheckOrder(CodePath path, Layout layout) {
   Volume<T> src({6, 5, 4});
   FillRandom(src, 5);
   const Call valid;
@@ -98,31 +101,29 @@ void CheckOrder(Layout layout) {
     return std::count(v.begin(), v.end(), kUntouched) == ptrdiff_t(v.size());
   };
   for (const auto& row : kCheckRows) {
-    for (CodePath path : kBothPaths) {
-      Call call;
-      row.breakArgs(call);
-      Volume<T> dst({10, 9, 8});
-      std::fill(dst.bytes().begin(), dst.bytes().end(), kUntouched);
-      std::vector<Vtq8u> buffer(size, kUntouched);
-      EXPECT_EQ(row.status, Run(path, layout, call, src, dst, buffer.data()))
-          << row.name << " " << PathName(path) << " layout " << int(layout) << " size " << sizeof(T);
-      if (row.status != vtqStsOk) {
-        EXPECT_TRUE(untouched(dst.bytes()) && untouched(buffer)) << row.name << " wrote";
-      }
+    Call call;
+    row.breakArgs(call);
+    Volume<T> dst({10, 9, 8});
+    std::fill(dst.bytes().begin(), dst.bytes().end(), kUntouched);
+    std::vector<Vtq8u> buffer(size, kUntouched);
+    EXPECT_EQ(row.status, Run(path, layout, call, src, dst, buffer.data()))
+        << row.name << " layout " << int(layout) << " size " << sizeof(T);
+    if (row.status != vtqStsOk) {
+      EXPECT_TRUE(untouched(dst.bytes()) && untouched(buffer)) << row.name << " wrote";
     }
   }
 }
 
-TEST(ResizeChecks, OrderAndNothingWrittenOnFailureOrWarning) {
+TEST_P(ResizeChecks, OrderAndNothingWrittenOnFailureOrWarning) {
   ThreadCount one(1);
   for (Layout layout : {Layout::kBlock, Layout::kSlices}) {
-    CheckOrder<Vtq8u>(layout);
-    CheckOrder<Vtq16u>(layout);
-    CheckOrder<Vtq32f>(layout);
+    CheckOrder<Vtq8u>(path(), layout);
+    CheckOrder<Vtq16u>(path(), layout);
+    CheckOrder<Vtq32f>(path(), layout);
   }
 }
 
-TEST(ResizeGetBufSize, ChecksAndSizes) {
+TEST_P(ResizeChecks, BufferSizes) {
   const VtqCuboid one = {0, 0, 0, 1, 1, 1}, bad = {0, -1, 0, 1, 1, 1}, flat = {0, 0, 0, 1, 0, 1};
   // Sizes for a 1 x 1 x 1 destination and one thread, worked out by hand from the formula.
   const struct {
@@ -147,7 +148,7 @@ TEST(ResizeGetBufSize, ChecksAndSizes) {
     ThreadCount count(threads);
     for (const auto& r : rows) {
       int size = -12345;
-      EXPECT_EQ(r.status, kDispatchTable.ResizeGetBufSize[kPathU8](
+      EXPECT_EQ(r.status, kDispatchTable.ResizeGetBufSize[path()](
                               r.src, r.dst, r.channels, r.interpolation, r.nullSize ? nullptr : &size));
       EXPECT_EQ(r.status == vtqStsOk ? r.size * threads : -12345, size);
     }
@@ -156,7 +157,7 @@ TEST(ResizeGetBufSize, ChecksAndSizes) {
 
 // The plan every call carves its buffer by fits in what the size query promises, for every
 // destination size here and any thread count, with the worst start alignment counted.
-TEST(ResizeGetBufSize, ThePlanFitsTheReportedSize) {
+TEST(ResizeBuffer, ThePlanFitsTheReportedSize) {
   const int sides[] = {1,  2,  3,  4,  5,  7,  8,   9,   15,  16,  17,  31,  32,
                        33, 47, 63, 64, 65, 95, 127, 128, 129, 255, 256, 257, 1000};
   for (int code : kCodes)
@@ -175,7 +176,7 @@ TEST(ResizeGetBufSize, ThePlanFitsTheReportedSize) {
 // A call with exactly the reported buffer, starting one byte past a cache line: under
 // AddressSanitizer the bytes past its end are poisoned, and in any build they must keep
 // their pattern.
-TEST(ResizeGetBufSize, ExactBufferIsEnough) {
+TEST_P(ResizeChecks, ExactBufferIsEnough) {
   const VtqCuboid srcVOI = {0, 0, 0, 11, 7, 6};
   const VtqCuboid dstVOIs[] = {{0, 0, 0, 1, 1, 1}, {2, 1, 0, 5, 3, 2}, {0, 0, 0, 17, 9, 4},
                                {1, 0, 2, 33, 1, 3}, {0, 0, 0, 4, 21, 9}};
@@ -194,7 +195,7 @@ TEST(ResizeGetBufSize, ExactBufferIsEnough) {
         // Factors that map the source onto the whole dstVOI: the widest region for it.
         const ResizeParams p = {{(d.x + d.width) / 11.0, (d.y + d.height) / 7.0, (d.z + d.depth) / 6.0},
                                 {0, 0, 0}, code};
-        EXPECT_EQ(vtqStsOk, CallResize(kPathU8, Layout::kBlock, src, srcVOI, dst, d, p, buffer));
+        EXPECT_EQ(vtqStsOk, CallResize(path(), Layout::kBlock, src, srcVOI, dst, d, p, buffer));
         VTQR_UNPOISON(buffer + size, kTail);
         EXPECT_EQ(ptrdiff_t(kTail), std::count(buffer + size, buffer + size + kTail, kUntouched))
             << "code " << code << " threads " << threads << " dst width " << d.width;
@@ -203,7 +204,7 @@ TEST(ResizeGetBufSize, ExactBufferIsEnough) {
   }
 }
 
-TEST(GetResizeCuboid, ChecksAndRounding) {
+TEST_P(ResizeChecks, CuboidQuery) {
   const VtqCuboid kSentinel = {-7, -7, -7, -7, -7, -7};
   const struct {
     const char* name;
@@ -235,7 +236,7 @@ TEST(GetResizeCuboid, ChecksAndRounding) {
       {"interpolation 3", {0, 0, 0, 4, 4, 4}, {1, 1, 1}, {0, 0, 0}, 3, vtqStsErrInterpolation,
        kSentinel},
   };
-  const auto query = kDispatchTable.GetResizeCuboid[kPathU8];
+  const auto query = kDispatchTable.GetResizeCuboid[path()];
   for (const auto& r : rows) {
     VtqCuboid out = kSentinel;
     EXPECT_EQ(r.status, query(&r.src, &out, r.f[0], r.f[1], r.f[2], r.s[0], r.s[1], r.s[2],

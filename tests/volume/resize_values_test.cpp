@@ -15,6 +15,9 @@ namespace {
 // Integers are the reference clamped and rounded, so they may also be off by half a unit.
 constexpr double kRelativeBound = 0x1p-20;
 
+class Resize : public PerPath {};
+VTQR_INSTANTIATE_PER_PATH(Resize);
+
 struct GeometryCase {
   const char* name;
   VtqCuboid srcVOI;  // in a 9 x 8 x 7 source
@@ -39,7 +42,7 @@ const GeometryCase kGeometry[] = {
 // Every voxel of the region within the bound (nearest exactly), and every other byte of the
 // destination, padding included, untouched.
 template <class T>
-void CheckAgainstReference(Layout layout) {
+void CheckAgainstReference(CodePath path, Layout layout) {
   Volume<T> src({9, 8, 7});
   FillRandom(src, sizeof(T));
   for (const GeometryCase& g : kGeometry) {
@@ -53,7 +56,7 @@ void CheckAgainstReference(Layout layout) {
       Volume<T> dst({30, 28, 24});
       std::fill(dst.bytes().begin(), dst.bytes().end(), kUntouched);
       std::vector<Vtq8u> buffer = Buffer(g.srcVOI, g.dstVOI, code);
-      ASSERT_EQ(vtqStsOk, CallResize(ActivePath(), layout, src, g.srcVOI, dst, g.dstVOI, p,
+      ASSERT_EQ(vtqStsOk, CallResize(path, layout, src, g.srcVOI, dst, g.dstVOI, p,
                                      buffer.data()));
       const double bound = code == vtqInterNearest       ? 0.0
                            : std::is_same_v<T, Vtq32f> ? kRelativeBound
@@ -77,19 +80,20 @@ void CheckAgainstReference(Layout layout) {
 
 // One thread: a parallel region per call costs more than these small volumes take, and the
 // thread split is checked bit for bit below.
-TEST(Resize, MatchesTheReference) {
+TEST_P(Resize, MatchesTheReference) {
   ThreadCount one(1);
   for (Layout layout : {Layout::kBlock, Layout::kSlices}) {
-    CheckAgainstReference<Vtq8u>(layout);
-    CheckAgainstReference<Vtq16u>(layout);
-    CheckAgainstReference<Vtq32f>(layout);
+    CheckAgainstReference<Vtq8u>(path(), layout);
+    CheckAgainstReference<Vtq16u>(path(), layout);
+    CheckAgainstReference<Vtq32f>(path(), layout);
   }
 }
 
-// The same bits in every way of calling: V and PV, both code paths, one and two threads,
-// volumes stored upside down and back to front (negative steps), any buffer alignment.
+// The same bits as u8 on one thread with V volumes, in every way of calling: V and PV, one and
+// two threads, volumes stored upside down and back to front (negative steps), any buffer
+// alignment.
 template <class T>
-void CheckSameBitsEverywhere(int code) {
+void CheckSameBitsEverywhere(CodePath path, int code) {
   const VtqCuboid srcVOI = {1, 0, 1, 12, 11, 7}, dstVOI = {1, 2, 0, 22, 17, 17};
   const ResizeParams p = {{1.7, 1.4, 2.1}, {-0.3, 0.6, 0.2}, code};
   Volume<T> src({13, 11, 9}), flippedSrc({13, 11, 9}, true);
@@ -110,30 +114,27 @@ void CheckSameBitsEverywhere(int code) {
   };
   const std::vector<T> expected = run(kPathU8, Layout::kBlock, 1, false, 0);
   const struct {
-    CodePath path;
     Layout layout;
     int threads;
     bool flipped;
     size_t misalign;
   } variants[] = {
-      {kPathN8, Layout::kBlock, 1, false, 0}, {kPathU8, Layout::kSlices, 1, false, 0},
-      {kPathU8, Layout::kBlock, 2, false, 0}, {kPathN8, Layout::kSlices, 2, false, 0},
-      {kPathU8, Layout::kBlock, 1, true, 0},  {kPathU8, Layout::kSlices, 2, true, 0},
-      {kPathU8, Layout::kBlock, 2, false, 1}, {kPathU8, Layout::kBlock, 1, false, 37},
+      {Layout::kBlock, 1, false, 0}, {Layout::kSlices, 1, false, 0}, {Layout::kBlock, 2, false, 0},
+      {Layout::kSlices, 2, true, 0}, {Layout::kBlock, 1, true, 0},   {Layout::kBlock, 2, false, 1},
+      {Layout::kBlock, 1, false, 37},
   };
   for (const auto& v : variants) {
-    EXPECT_TRUE(expected == run(v.path, v.layout, v.threads, v.flipped, v.misalign))
-        << "code " << code << " size " << sizeof(T) << " " << PathName(v.path) << " layout "
-        << int(v.layout) << " threads " << v.threads << " flipped " << v.flipped
-        << " misalign " << v.misalign;
+    EXPECT_TRUE(expected == run(path, v.layout, v.threads, v.flipped, v.misalign))
+        << "code " << code << " size " << sizeof(T) << " layout " << int(v.layout)
+        << " threads " << v.threads << " flipped " << v.flipped << " misalign " << v.misalign;
   }
 }
 
-TEST(Resize, SameBitsInEveryWayOfCalling) {
+TEST_P(Resize, SameBitsInEveryWayOfCalling) {
   for (int code : kCodes) {
-    CheckSameBitsEverywhere<Vtq8u>(code);
-    CheckSameBitsEverywhere<Vtq16u>(code);
-    CheckSameBitsEverywhere<Vtq32f>(code);
+    CheckSameBitsEverywhere<Vtq8u>(path(), code);
+    CheckSameBitsEverywhere<Vtq16u>(path(), code);
+    CheckSameBitsEverywhere<Vtq32f>(path(), code);
   }
 }
 
@@ -141,7 +142,7 @@ TEST(Resize, SameBitsInEveryWayOfCalling) {
 // even: the types differ only in loading and storing. Factors 0.5, 1 and 2 put taps on zero
 // weights, which integer types skip.
 template <class T>
-void CheckIntegersAreRoundedFloats(int code) {
+void CheckIntegersAreRoundedFloats(CodePath path, int code) {
   const VtqCuboid voi = {1, 0, 0, 13, 9, 8}, dstVOI = {0, 0, 0, 28, 18, 20};
   Volume<T> ints({14, 9, 8}), intOut({28, 18, 20});
   Volume<Vtq32f> floats({14, 9, 8}), floatOut({28, 18, 20});
@@ -150,10 +151,10 @@ void CheckIntegersAreRoundedFloats(int code) {
   std::vector<Vtq8u> buffer = Buffer(voi, dstVOI, code);
   for (const auto& f : {std::array{0.5, 2.0, 1.0}, {2.0, 0.5, 0.5}, {1.3, 0.7, 2.6}}) {
     const ResizeParams p = {{f[0], f[1], f[2]}, {0, 0, 0}, code};
-    ASSERT_EQ(vtqStsOk, CallResize(ActivePath(), Layout::kBlock, ints, voi, intOut, dstVOI, p,
+    ASSERT_EQ(vtqStsOk, CallResize(path, Layout::kBlock, ints, voi, intOut, dstVOI, p,
                                    buffer.data()));
-    ASSERT_EQ(vtqStsOk, CallResize(ActivePath(), Layout::kBlock, floats, voi, floatOut, dstVOI,
-                                   p, buffer.data()));
+    ASSERT_EQ(vtqStsOk, CallResize(path, Layout::kBlock, floats, voi, floatOut, dstVOI, p,
+                                   buffer.data()));
     const std::vector<Vtq32f> want = floatOut.voxels();
     const std::vector<T> got = intOut.voxels();
     for (size_t i = 0; i < got.size(); ++i) {
@@ -163,11 +164,11 @@ void CheckIntegersAreRoundedFloats(int code) {
   }
 }
 
-TEST(Resize, IntegersAreRoundedFloats) {
+TEST_P(Resize, IntegersAreRoundedFloats) {
   ThreadCount one(1);
   for (int code : kCodes) {
-    CheckIntegersAreRoundedFloats<Vtq8u>(code);
-    CheckIntegersAreRoundedFloats<Vtq16u>(code);
+    CheckIntegersAreRoundedFloats<Vtq8u>(path(), code);
+    CheckIntegersAreRoundedFloats<Vtq16u>(path(), code);
   }
 }
 
@@ -175,7 +176,7 @@ TEST(Resize, IntegersAreRoundedFloats) {
 // of a few slices each call keeps normal stores. The map is absolute, so both give the same
 // bits. Rows start off 16-byte boundaries, with heads and tails of every length.
 template <class T>
-void CheckSlabsEqualOneCall(int code, VtqVolumeSize size) {
+void CheckSlabsEqualOneCall(CodePath path, int code, VtqVolumeSize size) {
   const VtqCuboid srcVOI = {0, 0, 0, 23, 19, 17};
   const VtqCuboid dstVOI = {3, 1, 0, size.width - 3, size.height - 1, size.depth};
   ASSERT_GE(sizeof(T) * dstVOI.width * dstVOI.height * dstVOI.depth, 16u << 20);
@@ -184,24 +185,24 @@ void CheckSlabsEqualOneCall(int code, VtqVolumeSize size) {
   Volume<T> src({23, 19, 17}), whole(size), slabs(size);
   FillRandom(src, 21);
   std::vector<Vtq8u> buffer = Buffer(srcVOI, dstVOI, code);
-  ASSERT_EQ(vtqStsOk, CallResize(ActivePath(), Layout::kBlock, src, srcVOI, whole, dstVOI, p,
-                                 buffer.data()));
+  ASSERT_EQ(vtqStsOk,
+            CallResize(path, Layout::kBlock, src, srcVOI, whole, dstVOI, p, buffer.data()));
   for (int z = 0; z < size.depth; z += 7) {
     const VtqCuboid slab = {dstVOI.x, dstVOI.y, z, dstVOI.width, dstVOI.height,
                             std::min(7, size.depth - z)};
-    ASSERT_EQ(vtqStsOk, CallResize(ActivePath(), Layout::kBlock, src, srcVOI, slabs, slab, p,
-                                   buffer.data()));
+    ASSERT_EQ(vtqStsOk,
+              CallResize(path, Layout::kBlock, src, srcVOI, slabs, slab, p, buffer.data()));
   }
   EXPECT_TRUE(whole.bytes() == slabs.bytes()) << "code " << code << " size " << sizeof(T);
 }
 
-TEST(Resize, SlabsEqualOneCall) {
+TEST_P(Resize, SlabsEqualOneCall) {
   ThreadCount one(1);
-  CheckSlabsEqualOneCall<Vtq8u>(vtqInterNearest, {255, 259, 260});
-  CheckSlabsEqualOneCall<Vtq8u>(vtqInterLinear, {255, 259, 260});
-  CheckSlabsEqualOneCall<Vtq8u>(vtqInterCubicB05C03, {255, 259, 260});
-  CheckSlabsEqualOneCall<Vtq16u>(vtqInterCubicLagrange, {183, 181, 262});
-  CheckSlabsEqualOneCall<Vtq32f>(vtqInterLinear, {133, 131, 252});
+  CheckSlabsEqualOneCall<Vtq8u>(path(), vtqInterNearest, {255, 259, 260});
+  CheckSlabsEqualOneCall<Vtq8u>(path(), vtqInterLinear, {255, 259, 260});
+  CheckSlabsEqualOneCall<Vtq8u>(path(), vtqInterCubicB05C03, {255, 259, 260});
+  CheckSlabsEqualOneCall<Vtq16u>(path(), vtqInterCubicLagrange, {183, 181, 262});
+  CheckSlabsEqualOneCall<Vtq32f>(path(), vtqInterLinear, {133, 131, 252});
 }
 
 // Properties of float results that do not lean on the reference. Each row fills a source,
@@ -211,7 +212,7 @@ double Ramp(double x, double y, double z) { return 1000 + 300 * x - 170 * y + 90
 double Wave(double x, double y, double z) { return std::sin(x + 3 * y + 7 * z); }
 double Constant(double, double, double) { return 0.3; }
 
-TEST(Resize, Properties) {
+TEST_P(Resize, Properties) {
   const struct {
     const char* name;
     std::vector<int> codes;
@@ -241,13 +242,13 @@ TEST(Resize, Properties) {
       const ResizeParams p = {{row.factor[0], row.factor[1], row.factor[2]},
                               {row.shift[0], row.shift[1], row.shift[2]}, code};
       VtqCuboid r;
-      ASSERT_EQ(vtqStsOk, kDispatchTable.GetResizeCuboid[kPathU8](
+      ASSERT_EQ(vtqStsOk, kDispatchTable.GetResizeCuboid[path()](
                               &srcVOI, &r, p.factor[0], p.factor[1], p.factor[2], p.shift[0],
                               p.shift[1], p.shift[2], code));
       Volume<Vtq32f> dst({r.x + r.width, r.y + r.height, r.z + r.depth});
       std::vector<Vtq8u> buffer = Buffer(srcVOI, r, code);
-      ASSERT_EQ(vtqStsOk, CallResize(ActivePath(), Layout::kBlock, src, srcVOI, dst, r, p,
-                                     buffer.data()));
+      ASSERT_EQ(vtqStsOk,
+                CallResize(path(), Layout::kBlock, src, srcVOI, dst, r, p, buffer.data()));
       int checked = 0;
       for (int z = r.z; z < r.z + r.depth; ++z)
         for (int y = r.y; y < r.y + r.height; ++y)

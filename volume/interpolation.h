@@ -43,8 +43,8 @@ inline constexpr double MitchellNetravaliKernel(double b, double c, double d) {
            6.0;
   }
   if (d < 2.0) {
-    return ((-b - 6.0 * c) * d * d * d + (6.0 * b + 30.0 * c) * d * d +
-            (-12.0 * b - 48.0 * c) * d + (8.0 * b + 24.0 * c)) /
+    return ((-b - 6.0 * c) * d * d * d + (6.0 * b + 30.0 * c) * d * d + (-12.0 * b - 48.0 * c) * d +
+            (8.0 * b + 24.0 * c)) /
            6.0;
   }
   return 0.0;

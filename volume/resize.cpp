@@ -54,32 +54,38 @@ VtqStatus Resize(const SrcView& src, const DstView& dst, const ResizeRequest& re
 }  // namespace volume
 
 // The entry points differ only in element type and layout, so one macro writes each pair.
-#define VTQR_RESIZE_ENTRY_POINTS(suffix, T)                                                    \
-  VtqStatus Resize_##suffix##_C1V(const T* pSrc, VtqVolumeSize srcVolume, int srcStep,         \
-                                  int srcPlaneStep, VtqCuboid srcVOI, T* pDst, int dstStep,    \
-                                  int dstPlaneStep, VtqCuboid dstVOI, double xFactor,          \
-                                  double yFactor, double zFactor, double xShift,               \
-                                  double yShift, double zShift, int interpolation,             \
-                                  Vtq8u* pBuffer) {                                            \
-    if (pSrc == nullptr || pDst == nullptr || pBuffer == nullptr) return vtqStsErrNullPtr;     \
-    return volume::Resize(                                                                  \
-        volume::BlockVolume<const T>(pSrc, srcStep, srcPlaneStep),                             \
-        volume::BlockVolume<T>(pDst, dstStep, dstPlaneStep),                                   \
-        {srcVolume, srcVOI, dstVOI, {xFactor, yFactor, zFactor}, {xShift, yShift, zShift},     \
-         interpolation},                                                                       \
-        pBuffer);                                                                              \
-  }                                                                                            \
-  VtqStatus Resize_##suffix##_C1PV(const T* const* pSrc, VtqVolumeSize srcVolume, int srcStep, \
-                                   VtqCuboid srcVOI, T* const* pDst, int dstStep,              \
-                                   VtqCuboid dstVOI, double xFactor, double yFactor,           \
-                                   double zFactor, double xShift, double yShift,               \
-                                   double zShift, int interpolation, Vtq8u* pBuffer) {         \
-    if (pSrc == nullptr || pDst == nullptr || pBuffer == nullptr) return vtqStsErrNullPtr;     \
-    return volume::Resize(                                                                  \
-        volume::SliceVolume<const T>(pSrc, srcStep), volume::SliceVolume<T>(pDst, dstStep),    \
-        {srcVolume, srcVOI, dstVOI, {xFactor, yFactor, zFactor}, {xShift, yShift, zShift},     \
-         interpolation},                                                                       \
-        pBuffer);                                                                              \
+#define VTQR_RESIZE_ENTRY_POINTS(suffix, T)                                                     \
+  VtqStatus Resize_##suffix##_C1V(const T* pSrc, VtqVolumeSize srcVolume, int srcStep,          \
+                                  int srcPlaneStep, VtqCuboid srcVOI, T* pDst, int dstStep,     \
+                                  int dstPlaneStep, VtqCuboid dstVOI, double xFactor,           \
+                                  double yFactor, double zFactor, double xShift, double yShift, \
+                                  double zShift, int interpolation, Vtq8u* pBuffer) {           \
+    if (pSrc == nullptr || pDst == nullptr || pBuffer == nullptr) return vtqStsErrNullPtr;      \
+    return volume::Resize(volume::BlockVolume<const T>(pSrc, srcStep, srcPlaneStep),            \
+                          volume::BlockVolume<T>(pDst, dstStep, dstPlaneStep),                  \
+                          {srcVolume,                                                           \
+                           srcVOI,                                                              \
+                           dstVOI,                                                              \
+                           {xFactor, yFactor, zFactor},                                         \
+                           {xShift, yShift, zShift},                                            \
+                           interpolation},                                                      \
+                          pBuffer);                                                             \
+  }                                                                                             \
+  VtqStatus Resize_##suffix##_C1PV(const T* const* pSrc, VtqVolumeSize srcVolume, int srcStep,  \
+                                   VtqCuboid srcVOI, T* const* pDst, int dstStep,               \
+                                   VtqCuboid dstVOI, double xFactor, double yFactor,            \
+                                   double zFactor, double xShift, double yShift, double zShift, \
+                                   int interpolation, Vtq8u* pBuffer) {                         \
+    if (pSrc == nullptr || pDst == nullptr || pBuffer == nullptr) return vtqStsErrNullPtr;      \
+    return volume::Resize(volume::SliceVolume<const T>(pSrc, srcStep),                          \
+                          volume::SliceVolume<T>(pDst, dstStep),                                \
+                          {srcVolume,                                                           \
+                           srcVOI,                                                              \
+                           dstVOI,                                                              \
+                           {xFactor, yFactor, zFactor},                                         \
+                           {xShift, yShift, zShift},                                            \
+                           interpolation},                                                      \
+                          pBuffer);                                                             \
   }
 
 VTQR_RESIZE_ENTRY_POINTS(8u, Vtq8u)

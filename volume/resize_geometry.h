@@ -35,11 +35,11 @@ struct ResizeAxis {
 inline bool PlanResizeAxis(int32_t srcOrigin, int32_t srcExtent, int32_t dstOrigin,
                            int32_t dstExtent, double factor, double shift, ResizeAxis* axis) {
   const double mappedStart = static_cast<double>(srcOrigin) * factor + shift;
-  const double mappedEnd =
-      static_cast<double>(int64_t{srcOrigin} + srcExtent) * factor + shift;
+  const double mappedEnd = static_cast<double>(int64_t{srcOrigin} + srcExtent) * factor + shift;
   const double dstStart = dstOrigin;
   const double dstEnd = static_cast<double>(dstOrigin) + static_cast<double>(dstExtent);
-  const double start = std::trunc((mappedStart < dstStart ? dstStart : mappedStart) + kStartRounding);
+  const double start =
+      std::trunc((mappedStart < dstStart ? dstStart : mappedStart) + kStartRounding);
   const double end = std::trunc((mappedEnd > dstEnd ? dstEnd : mappedEnd) + kEndRounding);
   if (!(start < end)) return false;
   // Both now lie within [dstOrigin, dstOrigin + dstExtent], so they convert exactly.

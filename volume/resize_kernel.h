@@ -215,13 +215,13 @@ void RunResize(const SrcView& src, const DstView& dst, const ResizeAxis (&axis)[
   using T = typename DstView::Element;
   const uint64_t dstBytes = static_cast<uint64_t>(axis[0].count * axis[1].count) *
                             static_cast<uint64_t>(axis[2].count) * sizeof(T);
-  ResizeJob<SrcView, DstView> job{src,
-                                  dst,
-                                  {axis[0], axis[1], axis[2]},
-                                  PlanResizeScratch(code, axis[0].count, axis[1].count,
-                                                    axis[2].count),
-                                  {},
-                                  dstBytes >= kStreamBytes};
+  ResizeJob<SrcView, DstView> job{
+      src,
+      dst,
+      {axis[0], axis[1], axis[2]},
+      PlanResizeScratch(code, axis[0].count, axis[1].count, axis[2].count),
+      {},
+      dstBytes >= kStreamBytes};
   const ResizeScratch& plan = job.plan;
   char* base = AlignUp64(buffer);
   auto* firstX = reinterpret_cast<int32_t*>(base + plan.firstX);
@@ -235,8 +235,8 @@ void RunResize(const SrcView& src, const DstView& dst, const ResizeAxis (&axis)[
                 weightsX);
   FillAxisTable(code, axis[1], axis[1].count, false, firstY, weightsY);
   FillAxisTable(code, axis[2], axis[2].count, false, firstZ, weightsZ);
-  job.tables = {{firstX, weightsX, plan.groupsX, 0, 0, axis[0].src},
-                firstY, weightsY, firstZ, weightsZ};
+  job.tables = {
+      {firstX, weightsX, plan.groupsX, 0, 0, axis[0].src}, firstY, weightsY, firstZ, weightsZ};
   if (code != vtqInterNearest) FindInteriorGroups(&job.tables.x, plan.taps);
 
   char* parts = base + plan.tableBytes;

@@ -159,7 +159,8 @@ void ResampleRow(const T* row, const XTable& tableRef, float* out) {
       LoadClampedTaps<T, kTaps>(row, first, table.bounds, taps);
     }
     __m128 w[B::kWeights];
-    for (int k = 0; k < B::kWeights; ++k) w[k] = _mm_load_ps(table.weights + 4 * (g * B::kWeights + k));
+    for (int k = 0; k < B::kWeights; ++k)
+      w[k] = _mm_load_ps(table.weights + 4 * (g * B::kWeights + k));
     _mm_store_ps(out + 4 * g, B::Apply(taps, w));
   };
   for (size_t g = 0; g < table.interiorBegin; ++g) group(g, false);
@@ -185,8 +186,7 @@ inline __m128 BlendAt(const float* const (&rows)[kTaps], const LineWeights<kTaps
 
 // out = blend of the rows, groups * 4 floats (all 16-byte aligned).
 template <int kTaps>
-void BlendRows(const float* const (&rows)[kTaps], const float* weights, size_t groups,
-               float* out) {
+void BlendRows(const float* const (&rows)[kTaps], const float* weights, size_t groups, float* out) {
   const LineWeights<kTaps> w(weights);
   for (size_t i = 0; i < groups * 4; i += 4) _mm_store_ps(out + i, BlendAt(rows, w, i));
 }
@@ -203,8 +203,8 @@ size_t VoxelsToBoundary(const T* p, size_t width) {
 
 // dst[begin .. end) one voxel at a time, each taken from the aligned group of four it sits in.
 template <class T, int kTaps>
-void StoreEachVoxel(const float* const (&rows)[kTaps], const LineWeights<kTaps>& w,
-                    size_t begin, size_t end, T* dst) {
+void StoreEachVoxel(const float* const (&rows)[kTaps], const LineWeights<kTaps>& w, size_t begin,
+                    size_t end, T* dst) {
   for (size_t group = begin & ~size_t{3}; group < end; group += 4) {
     alignas(16) float lanes[4];
     _mm_store_ps(lanes, BlendAt(rows, w, group));

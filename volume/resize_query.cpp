@@ -4,10 +4,10 @@
 
 #include "frame/code_path.h"
 #include "frame/kernels.h"
-#include "vtqcore.h"
 #include "volume/resize_geometry.h"
 #include "volume/resize_scratch.h"
 #include "volume/volume_checks.h"
+#include "vtqcore.h"
 
 VTQR_PATH_BEGIN
 namespace volume {
@@ -30,8 +30,8 @@ VtqStatus ResizeGetBufSize(const VtqCuboid* srcVOI, const VtqCuboid* dstVOI, int
   if (!volume::IsValidCuboid(*srcVOI) || !volume::IsValidCuboid(*dstVOI)) return vtqStsErrSize;
   if (nChannel != 1) return vtqStsErrChannels;
   if (!volume::IsInterpolationCode(interpolation)) return vtqStsErrInterpolation;
-  const volume::Wrapping32 perThread = volume::ResizeBufferPerThread(
-      interpolation, dstVOI->width, dstVOI->height, dstVOI->depth);
+  const volume::Wrapping32 perThread = volume::ResizeBufferPerThread(interpolation, dstVOI->width,
+                                                                     dstVOI->height, dstVOI->depth);
   *pSize = (perThread * ownGetNumThreads()).value();
   return vtqStsOk;
 }
@@ -52,10 +52,9 @@ VtqStatus GetResizeCuboid(const VtqCuboid* srcVOI, VtqCuboid* pDstCuboid, double
   const int64_t extent[3] = {srcVOI->width, srcVOI->height, srcVOI->depth};
   int32_t start[3], size[3];
   for (int a = 0; a < 3; ++a) {
-    const double first =
-        volume::CuboidEdge(origin[a], factor[a], shift[a], volume::kStartRounding);
-    const double end =
-        volume::CuboidEdge(origin[a] + extent[a], factor[a], shift[a], volume::kEndRounding);
+    const double first = volume::CuboidEdge(origin[a], factor[a], shift[a], volume::kStartRounding);
+    const double end = volume::CuboidEdge(origin[a] + extent[a], factor[a], shift[a],
+                                          volume::kEndRounding);
     if (!(first < end)) return vtqStsWarnNoOperation;
     start[a] = static_cast<int32_t>(first);
     size[a] = static_cast<int32_t>(end) - start[a];

@@ -56,29 +56,29 @@ inline constexpr int32_t ResizeBufferPerThread(int code, int32_t w, int32_t h, i
   // Index and weight tables per axis.
   const Wrapping32 a = (al16(W) + al16(H) + al16(D) + al64(W) + al64(H) + al64(D)) * 4;
   if (code == vtqInterLinear) {
-    return ((((W + H) * 8 + 127) & ~63) * 4 + ((W * 2 + 127) & ~63) * 4 + a +
-            H * 2 * al64(W) * 4 + 64)
+    return ((((W + H) * 8 + 127) & ~63) * 4 + ((W * 2 + 127) & ~63) * 4 + a + H * 2 * al64(W) * 4 +
+            64)
         .value();
   }
   const Wrapping32 r = (W * 4 + 255) & ~63;
-  return ((((W + H) * 128 + 255) & ~63) * 4 + ((D * 16 + 1020) & ~255) +
-          (H * 4 + 255) / 64 * 256 + r * 4 + r * 4 + a + H * 4 * al64(W) * 4 + 64)
+  return ((((W + H) * 128 + 255) & ~63) * 4 + ((D * 16 + 1020) & ~255) + (H * 4 + 255) / 64 * 256 +
+          r * 4 + r * 4 + a + H * 4 * al64(W) * 4 + 64)
       .value();
 }
 
 // Where a call's pieces lie, in bytes from the 64-byte-aligned start of the buffer (tables)
 // or of a thread's part (rings), for a destination region of w x h x d voxels.
 struct ResizeScratch {
-  int taps;              // 1 (nearest), 2 or 4
-  size_t groupsX;        // destination x in groups of four: the x pass works on whole groups
+  int taps;        // 1 (nearest), 2 or 4
+  size_t groupsX;  // destination x in groups of four: the x pass works on whole groups
   size_t firstX, firstY, firstZ;        // int32 tables
   size_t weightsX, weightsY, weightsZ;  // float tables
-  size_t tableBytes;     // shared part, once per call
-  size_t rowStride;      // floats between rows of the row ring
-  size_t sliceRowStride; // floats between rows of a resampled slice
-  size_t sliceStride;    // floats between slices of the slice ring
-  size_t rowRing, sliceRing;  // offsets within a thread's part
-  size_t threadBytes;    // one thread's part
+  size_t tableBytes;                    // shared part, once per call
+  size_t rowStride;                     // floats between rows of the row ring
+  size_t sliceRowStride;                // floats between rows of a resampled slice
+  size_t sliceStride;                   // floats between slices of the slice ring
+  size_t rowRing, sliceRing;            // offsets within a thread's part
+  size_t threadBytes;                   // one thread's part
 };
 
 inline constexpr size_t RoundUp(size_t n, size_t multiple) {

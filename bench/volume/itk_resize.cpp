@@ -26,8 +26,7 @@ double Resample(const Pixel* src, int side, double factor, int dstSide, bool lin
   typename Import::IndexType start;
   start.Fill(0);
   import->SetRegion(typename Import::RegionType(start, size));
-  import->SetImportPointer(const_cast<Pixel*>(src), static_cast<size_t>(side) * side * side,
-                           false);
+  import->SetImportPointer(const_cast<Pixel*>(src), static_cast<size_t>(side) * side * side, false);
   import->Update();
 
   using Filter = itk::ResampleImageFilter<Image, Image, double>;
@@ -60,8 +59,8 @@ double Resample(const Pixel* src, int side, double factor, int dstSide, bool lin
 
 }  // namespace
 
-double ItkResize(ItkPixel pixel, const void* src, int side, double factor, int dstSide,
-                 bool linear, void* dst) {
+double ItkResize(ItkPixel pixel, const void* src, int side, double factor, int dstSide, bool linear,
+                 void* dst) {
   itk::MultiThreaderBase::SetGlobalDefaultNumberOfThreads(1);
   switch (pixel) {
     case ItkPixel::k8u:

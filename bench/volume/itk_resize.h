@@ -14,8 +14,8 @@ enum class ItkPixel { k8u, k16u, k32f };
 // index d samples input index d / factor, the map the library's resize uses with shift 0.
 // One work unit, one thread. Returns the seconds Update() took, or a negative number when
 // the benchmark was built without ITK.
-double ItkResize(ItkPixel pixel, const void* src, int side, double factor, int dstSide,
-                 bool linear, void* dst);
+double ItkResize(ItkPixel pixel, const void* src, int side, double factor, int dstSide, bool linear,
+                 void* dst);
 
 }  // namespace vtqr::bench
 

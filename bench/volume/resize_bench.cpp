@@ -34,8 +34,7 @@ using vtqr::bench::ItkPixel;
 constexpr int kSide = 256;
 
 double Now() {
-  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch())
-      .count();
+  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
 
 double Median(std::vector<double> v) {
@@ -76,14 +75,16 @@ const std::vector<T>& Source() {
     volume.resize(size_t{kSide} * kSide * kSide);
     std::mt19937 rng(1);
     std::uniform_real_distribution<double> noise(0.0, 0.1);
-    const double scale = std::is_same_v<T, Vtq32f> ? 1.0 : std::is_same_v<T, Vtq8u> ? 200.0 : 60000.0;
+    const double scale = std::is_same_v<T, Vtq32f>  ? 1.0
+                         : std::is_same_v<T, Vtq8u> ? 200.0
+                                                    : 60000.0;
     size_t i = 0;
     for (int z = 0; z < kSide; ++z)
       for (int y = 0; y < kSide; ++y)
         for (int x = 0; x < kSide; ++x)
           volume[i++] = static_cast<T>(
-              scale * (0.45 + 0.45 * std::sin(0.05 * x + 0.03 * y) * std::cos(0.04 * z) +
-                       noise(rng)));
+              scale *
+              (0.45 + 0.45 * std::sin(0.05 * x + 0.03 * y) * std::cos(0.04 * z) + noise(rng)));
   }
   return volume;
 }
@@ -131,8 +132,8 @@ void BM_Resize(benchmark::State& state, double factor, int code, int threads) {
   vtqrResizeGetBufSize(&srcVOI, &dstVOI, 1, code, &bytes);
   std::vector<Vtq8u> buffer(static_cast<size_t>(bytes));
   vtqSetNumThreads(threads);
-  const std::string name =
-      CaseName(Type<T>::kName, factor, ModeName(code)) + (threads == 1 ? " 1t" : " 2t");
+  const std::string name = CaseName(Type<T>::kName, factor, ModeName(code)) +
+                           (threads == 1 ? " 1t" : " 2t");
   for (auto _ : state) {
     const double start = Now();
     Resize(src, factor, code, &dst, &buffer);
@@ -159,8 +160,8 @@ bool MatchesItk(double factor, int code) {
   vtqrResizeGetBufSize(&srcVOI, &dstVOI, 1, code, &bytes);
   buffer.resize(static_cast<size_t>(bytes));
   Resize(src, factor, code, &ours, &buffer);
-  if (vtqr::bench::ItkResize(Type<T>::kItk, src.data(), kSide, factor, side,
-                             code == vtqInterLinear, theirs.data()) < 0) {
+  if (vtqr::bench::ItkResize(Type<T>::kItk, src.data(), kSide, factor, side, code == vtqInterLinear,
+                             theirs.data()) < 0) {
     return true;
   }
   const double tolerance = std::is_same_v<T, Vtq32f> ? 1e-5 : code == vtqInterLinear ? 1.0 : 0.0;
@@ -180,11 +181,10 @@ void BM_Itk(benchmark::State& state, double factor, bool linear) {
   const std::vector<T>& src = Source<T>();
   const int side = DstSide(factor);
   std::vector<T> dst(size_t(side) * side * side);
-  const std::string name =
-      CaseName(Type<T>::kName, factor, linear ? "linear" : "nearest") + " itk";
+  const std::string name = CaseName(Type<T>::kName, factor, linear ? "linear" : "nearest") + " itk";
   for (auto _ : state) {
-    const double seconds =
-        vtqr::bench::ItkResize(Type<T>::kItk, src.data(), kSide, factor, side, linear, dst.data());
+    const double seconds = vtqr::bench::ItkResize(Type<T>::kItk, src.data(), kSide, factor, side,
+                                                  linear, dst.data());
     if (seconds < 0) return state.SkipWithError("built without ITK");
     state.SetIterationTime(seconds);
     gSeconds[name].push_back(seconds);
@@ -231,10 +231,12 @@ void PrintRows(double copyBytesPerSecond) {
 
 void PrintSummary() {
   const double copy = 2.0 * kSide * kSide * kSide * sizeof(Vtq32f) / Median(gSeconds["copy"]);
-  std::printf("\nMedians. Mvox/s of destination voxels; bytes/copy: (source + destination bytes) "
-              "per second over the copy's %.1f GB/s\n", copy / 1e9);
-  std::printf("%-24s %9s %9s %10s %9s %10s %9s\n", "case", "1t Mvox/s", "2t Mvox/s",
-              "bytes/copy", "2t/1t", "ITK Mvox/s", "x ITK");
+  std::printf(
+      "\nMedians. Mvox/s of destination voxels; bytes/copy: (source + destination bytes) "
+      "per second over the copy's %.1f GB/s\n",
+      copy / 1e9);
+  std::printf("%-24s %9s %9s %10s %9s %10s %9s\n", "case", "1t Mvox/s", "2t Mvox/s", "bytes/copy",
+              "2t/1t", "ITK Mvox/s", "x ITK");
   PrintRows<Vtq8u>(copy);
   PrintRows<Vtq16u>(copy);
   PrintRows<Vtq32f>(copy);
@@ -248,7 +250,8 @@ void Register() {
   for (double factor : {1.5, 0.5}) {
     for (int code : {vtqInterNearest, vtqInterLinear, vtqInterCubicCatmullRom}) {
       for (int threads : {1, 2}) {
-        const std::string name = std::string("Resize/") + CaseName(Type<T>::kName, factor, ModeName(code)) +
+        const std::string name = std::string("Resize/") +
+                                 CaseName(Type<T>::kName, factor, ModeName(code)) +
                                  (threads == 1 ? "/1t" : "/2t");
         configure(benchmark::RegisterBenchmark(name.c_str(), BM_Resize<T>, factor, code, threads));
       }
@@ -274,7 +277,10 @@ int main(int argc, char** argv) {
   }
   if (!valid) return 1;
   benchmark::RegisterBenchmark("Copy/32f 256^3", BM_Copy)
-      ->UseManualTime()->Iterations(1)->Repetitions(5)->Unit(benchmark::kMillisecond);
+      ->UseManualTime()
+      ->Iterations(1)
+      ->Repetitions(5)
+      ->Unit(benchmark::kMillisecond);
   Register<Vtq8u>();
   Register<Vtq16u>();
   Register<Vtq32f>();

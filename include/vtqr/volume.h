@@ -30,8 +30,8 @@ typedef struct VtqVolumeSize {
 } VtqVolumeSize;
 
 typedef struct VtqCuboid {
-  int32_t x, y, z;               /* origin, in voxels */
-  int32_t width, height, depth;  /* extents, in voxels */
+  int32_t x, y, z;              /* origin, in voxels */
+  int32_t width, height, depth; /* extents, in voxels */
 } VtqCuboid;
 
 /* Interpolation codes. The cubic codes use four taps per axis at the positions i-1, i, i+1,
@@ -163,23 +163,20 @@ VTQR_API VtqStatus vtqrGetResizeCuboid(const VtqCuboid* srcVOI, VtqCuboid* pDstC
 /* Resize of a V volume (one block with row and plane steps). See the shared description and
  * checks above. */
 VTQR_API VtqStatus vtqrResize_8u_C1V(const Vtq8u* pSrc, VtqVolumeSize srcVolume, int srcStep,
-                                     int srcPlaneStep, VtqCuboid srcVOI, Vtq8u* pDst,
-                                     int dstStep, int dstPlaneStep, VtqCuboid dstVOI,
-                                     double xFactor, double yFactor, double zFactor,
-                                     double xShift, double yShift, double zShift,
-                                     int interpolation, Vtq8u* pBuffer);
+                                     int srcPlaneStep, VtqCuboid srcVOI, Vtq8u* pDst, int dstStep,
+                                     int dstPlaneStep, VtqCuboid dstVOI, double xFactor,
+                                     double yFactor, double zFactor, double xShift, double yShift,
+                                     double zShift, int interpolation, Vtq8u* pBuffer);
 VTQR_API VtqStatus vtqrResize_16u_C1V(const Vtq16u* pSrc, VtqVolumeSize srcVolume, int srcStep,
-                                      int srcPlaneStep, VtqCuboid srcVOI, Vtq16u* pDst,
-                                      int dstStep, int dstPlaneStep, VtqCuboid dstVOI,
-                                      double xFactor, double yFactor, double zFactor,
-                                      double xShift, double yShift, double zShift,
-                                      int interpolation, Vtq8u* pBuffer);
+                                      int srcPlaneStep, VtqCuboid srcVOI, Vtq16u* pDst, int dstStep,
+                                      int dstPlaneStep, VtqCuboid dstVOI, double xFactor,
+                                      double yFactor, double zFactor, double xShift, double yShift,
+                                      double zShift, int interpolation, Vtq8u* pBuffer);
 VTQR_API VtqStatus vtqrResize_32f_C1V(const Vtq32f* pSrc, VtqVolumeSize srcVolume, int srcStep,
-                                      int srcPlaneStep, VtqCuboid srcVOI, Vtq32f* pDst,
-                                      int dstStep, int dstPlaneStep, VtqCuboid dstVOI,
-                                      double xFactor, double yFactor, double zFactor,
-                                      double xShift, double yShift, double zShift,
-                                      int interpolation, Vtq8u* pBuffer);
+                                      int srcPlaneStep, VtqCuboid srcVOI, Vtq32f* pDst, int dstStep,
+                                      int dstPlaneStep, VtqCuboid dstVOI, double xFactor,
+                                      double yFactor, double zFactor, double xShift, double yShift,
+                                      double zShift, int interpolation, Vtq8u* pBuffer);
 
 /* Resize of a PV volume (arrays of slice pointers with a row step): pSrc holds at least
  * srcVOI.z + (trimmed depth) pointers, pDst at least the region's end z; only the slices of
@@ -188,22 +185,19 @@ VTQR_API VtqStatus vtqrResize_32f_C1V(const Vtq32f* pSrc, VtqVolumeSize srcVolum
  * above; only the arrays themselves are tested for null. */
 VTQR_API VtqStatus vtqrResize_8u_C1PV(const Vtq8u* const* pSrc, VtqVolumeSize srcVolume,
                                       int srcStep, VtqCuboid srcVOI, Vtq8u* const* pDst,
-                                      int dstStep, VtqCuboid dstVOI, double xFactor,
-                                      double yFactor, double zFactor, double xShift,
-                                      double yShift, double zShift, int interpolation,
-                                      Vtq8u* pBuffer);
+                                      int dstStep, VtqCuboid dstVOI, double xFactor, double yFactor,
+                                      double zFactor, double xShift, double yShift, double zShift,
+                                      int interpolation, Vtq8u* pBuffer);
 VTQR_API VtqStatus vtqrResize_16u_C1PV(const Vtq16u* const* pSrc, VtqVolumeSize srcVolume,
                                        int srcStep, VtqCuboid srcVOI, Vtq16u* const* pDst,
                                        int dstStep, VtqCuboid dstVOI, double xFactor,
-                                       double yFactor, double zFactor, double xShift,
-                                       double yShift, double zShift, int interpolation,
-                                       Vtq8u* pBuffer);
+                                       double yFactor, double zFactor, double xShift, double yShift,
+                                       double zShift, int interpolation, Vtq8u* pBuffer);
 VTQR_API VtqStatus vtqrResize_32f_C1PV(const Vtq32f* const* pSrc, VtqVolumeSize srcVolume,
                                        int srcStep, VtqCuboid srcVOI, Vtq32f* const* pDst,
                                        int dstStep, VtqCuboid dstVOI, double xFactor,
-                                       double yFactor, double zFactor, double xShift,
-                                       double yShift, double zShift, int interpolation,
-                                       Vtq8u* pBuffer);
+                                       double yFactor, double zFactor, double xShift, double yShift,
+                                       double zShift, int interpolation, Vtq8u* pBuffer);
 
 #ifdef __cplusplus
 }

@@ -46,10 +46,9 @@ VtqStatus Run(CodePath path, Layout layout, const Call& c, Volume<T>& src, Volum
                                 dst.rowStep(), dst.planeStep(), c.dstVOI, c.f[0], c.f[1], c.f[2],
                                 c.s[0], c.s[1], c.s[2], c.interpolation, b);
   }
-  return SliceResize<T>(path)(c.nullSrc ? nullptr : src.constSlices(), c.srcVolume,
-                              src.rowStep(), c.srcVOI, c.nullDst ? nullptr : dst.slices(),
-                              dst.rowStep(), c.dstVOI, c.f[0], c.f[1], c.f[2], c.s[0], c.s[1],
-                              c.s[2], c.interpolation, b);
+  return SliceResize<T>(path)(c.nullSrc ? nullptr : src.constSlices(), c.srcVolume, src.rowStep(),
+                              c.srcVOI, c.nullDst ? nullptr : dst.slices(), dst.rowStep(), c.dstVOI,
+                              c.f[0], c.f[1], c.f[2], c.s[0], c.s[1], c.s[2], c.interpolation, b);
 }
 
 // In check order; rows that break two things expect the earlier check to win.
@@ -80,8 +79,8 @@ const struct {
      vtqStsErrInterpolation},
     {"srcVOI x at the width", [](Call& c) { c.srcVOI.x = 6; }, vtqStsWarnVoiOutside},
     {"srcVOI y past the height", [](Call& c) { c.srcVOI.y = 9; }, vtqStsWarnVoiOutside},
-    {"srcVOI z at the depth before an empty region",
-     [](Call& c) { c.srcVOI.z = 4, c.s[0] = -100; }, vtqStsWarnVoiOutside},
+    {"srcVOI z at the depth before an empty region", [](Call& c) { c.srcVOI.z = 4, c.s[0] = -100; },
+     vtqStsWarnVoiOutside},
     {"region before the dstVOI", [](Call& c) { c.s[0] = -20; }, vtqStsWarnNoOperation},
     {"dstVOI past the region", [](Call& c) { c.dstVOI.z = 9; }, vtqStsWarnNoOperation},
     {"region rounds to nothing", [](Call& c) { c.f[1] = 0.01, c.s[1] = 0.2; },
@@ -148,8 +147,9 @@ TEST_P(ResizeChecks, BufferSizes) {
     ThreadCount count(threads);
     for (const auto& r : rows) {
       int size = -12345;
-      EXPECT_EQ(r.status, kDispatchTable.ResizeGetBufSize[path()](
-                              r.src, r.dst, r.channels, r.interpolation, r.nullSize ? nullptr : &size));
+      EXPECT_EQ(r.status,
+                kDispatchTable.ResizeGetBufSize[path()](r.src, r.dst, r.channels, r.interpolation,
+                                                        r.nullSize ? nullptr : &size));
       EXPECT_EQ(r.status == vtqStsOk ? r.size * threads : -12345, size);
     }
   }
@@ -178,8 +178,11 @@ TEST(ResizeBuffer, ThePlanFitsTheReportedSize) {
 // their pattern.
 TEST_P(ResizeChecks, ExactBufferIsEnough) {
   const VtqCuboid srcVOI = {0, 0, 0, 11, 7, 6};
-  const VtqCuboid dstVOIs[] = {{0, 0, 0, 1, 1, 1}, {2, 1, 0, 5, 3, 2}, {0, 0, 0, 17, 9, 4},
-                               {1, 0, 2, 33, 1, 3}, {0, 0, 0, 4, 21, 9}};
+  const VtqCuboid dstVOIs[] = {{0, 0, 0, 1, 1, 1},
+                               {2, 1, 0, 5, 3, 2},
+                               {0, 0, 0, 17, 9, 4},
+                               {1, 0, 2, 33, 1, 3},
+                               {0, 0, 0, 4, 21, 9}};
   Volume<Vtq32f> src({11, 7, 6});
   FillRandom(src, 3);
   constexpr size_t kTail = 64;
@@ -193,8 +196,10 @@ TEST_P(ResizeChecks, ExactBufferIsEnough) {
         VTQR_POISON(buffer + size, kTail);
         Volume<Vtq32f> dst({d.x + d.width, d.y + d.height, d.z + d.depth});
         // Factors that map the source onto the whole dstVOI: the widest region for it.
-        const ResizeParams p = {{(d.x + d.width) / 11.0, (d.y + d.height) / 7.0, (d.z + d.depth) / 6.0},
-                                {0, 0, 0}, code};
+        const ResizeParams p = {
+            {(d.x + d.width) / 11.0, (d.y + d.height) / 7.0, (d.z + d.depth) / 6.0},
+            {0, 0, 0},
+            code};
         EXPECT_EQ(vtqStsOk, CallResize(path(), Layout::kBlock, src, srcVOI, dst, d, p, buffer));
         VTQR_UNPOISON(buffer + size, kTail);
         EXPECT_EQ(ptrdiff_t(kTail), std::count(buffer + size, buffer + size + kTail, kUntouched))
@@ -214,6 +219,7 @@ TEST_P(ResizeChecks, CuboidQuery) {
     VtqStatus status;
     VtqCuboid expected;  // the untouched sentinel unless vtqStsOk
   } rows[] = {
+      // clang-format off
       {"factor 1 gives the cuboid back", {2, 3, 4, 5, 6, 7}, {1, 1, 1}, {0, 0, 0}, 1, vtqStsOk,
        {2, 3, 4, 5, 6, 7}},
       // 1 * 1.5 = 1.5 starts at 1, 3 * 1.5 = 4.5 ends at 5.
@@ -230,17 +236,19 @@ TEST_P(ResizeChecks, CuboidQuery) {
        kSentinel},
       {"NaN shift", {0, 0, 0, 4, 4, 4}, {1, 1, 1}, {0, 0, kNaN}, 1, vtqStsWarnNoOperation,
        kSentinel},
-      {"size before factor", {0, 0, -1, 4, 4, 4}, {0, 1, 1}, {0, 0, 0}, 3, vtqStsErrSize, kSentinel},
+      {"size before factor", {0, 0, -1, 4, 4, 4}, {0, 1, 1}, {0, 0, 0}, 3, vtqStsErrSize,
+       kSentinel},
       {"NaN factor before interpolation", {0, 0, 0, 4, 4, 4}, {1, kNaN, 1}, {0, 0, 0}, 3,
        vtqStsErrResizeFactor, kSentinel},
       {"interpolation 3", {0, 0, 0, 4, 4, 4}, {1, 1, 1}, {0, 0, 0}, 3, vtqStsErrInterpolation,
        kSentinel},
+      // clang-format on
   };
   const auto query = kDispatchTable.GetResizeCuboid[path()];
   for (const auto& r : rows) {
     VtqCuboid out = kSentinel;
-    EXPECT_EQ(r.status, query(&r.src, &out, r.f[0], r.f[1], r.f[2], r.s[0], r.s[1], r.s[2],
-                              r.interpolation))
+    EXPECT_EQ(r.status,
+              query(&r.src, &out, r.f[0], r.f[1], r.f[2], r.s[0], r.s[1], r.s[2], r.interpolation))
         << r.name;
     EXPECT_EQ(0, std::memcmp(&r.expected, &out, sizeof(out))) << r.name;
   }

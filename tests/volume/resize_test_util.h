@@ -131,16 +131,16 @@ VtqStatus CallResize(CodePath path, Layout layout, const Volume<T>& src, VtqCubo
                                 dst.base(), dst.rowStep(), dst.planeStep(), dstVOI, f[0], f[1],
                                 f[2], s[0], s[1], s[2], p.interpolation, buffer);
   }
-  return SliceResize<T>(path)(src.constSlices(), src.size(), src.rowStep(), srcVOI,
-                              dst.slices(), dst.rowStep(), dstVOI, f[0], f[1], f[2], s[0], s[1],
-                              s[2], p.interpolation, buffer);
+  return SliceResize<T>(path)(src.constSlices(), src.size(), src.rowStep(), srcVOI, dst.slices(),
+                              dst.rowStep(), dstVOI, f[0], f[1], f[2], s[0], s[1], s[2],
+                              p.interpolation, buffer);
 }
 
 // A work buffer for the current thread count.
 inline std::vector<Vtq8u> Buffer(VtqCuboid srcVOI, VtqCuboid dstVOI, int interpolation) {
   int size = 0;
-  EXPECT_EQ(vtqStsOk, kDispatchTable.ResizeGetBufSize[kPathU8](&srcVOI, &dstVOI, 1,
-                                                                interpolation, &size));
+  EXPECT_EQ(vtqStsOk,
+            kDispatchTable.ResizeGetBufSize[kPathU8](&srcVOI, &dstVOI, 1, interpolation, &size));
   return std::vector<Vtq8u>(static_cast<size_t>(size));
 }
 
@@ -191,7 +191,8 @@ std::vector<double> ReferenceResize(const Volume<T>& src, VtqCuboid srcVOI, VtqC
                                     const ResizeParams& p, Span region[3]) {
   const VtqVolumeSize v = src.size();
   const int o[3] = {srcVOI.x, srcVOI.y, srcVOI.z};
-  const int e[3] = {std::min(srcVOI.width, v.width - o[0]), std::min(srcVOI.height, v.height - o[1]),
+  const int e[3] = {std::min(srcVOI.width, v.width - o[0]),
+                    std::min(srcVOI.height, v.height - o[1]),
                     std::min(srcVOI.depth, v.depth - o[2])};
   const int dO[3] = {dstVOI.x, dstVOI.y, dstVOI.z};
   const int dE[3] = {dstVOI.width, dstVOI.height, dstVOI.depth};
@@ -199,9 +200,11 @@ std::vector<double> ReferenceResize(const Volume<T>& src, VtqCuboid srcVOI, VtqC
   for (int a = 0; a < 3; ++a) {
     const double first = std::max(o[a] * p.factor[a] + p.shift[a], double(dO[a]));
     const double last = std::min((o[a] + e[a]) * p.factor[a] + p.shift[a], double(dO[a]) + dE[a]);
-    region[a] = {int64_t(std::trunc(first + 0.4999999999)), int64_t(std::trunc(last + 0.5000000001))};
+    region[a] = {int64_t(std::trunc(first + 0.4999999999)),
+                 int64_t(std::trunc(last + 0.5000000001))};
     for (int64_t d = region[a].start; d < region[a].end; ++d) {
-      taps[a].push_back(ReferenceTaps(p.interpolation, d, p.factor[a], p.shift[a], o[a], o[a] + e[a] - 1));
+      taps[a].push_back(
+          ReferenceTaps(p.interpolation, d, p.factor[a], p.shift[a], o[a], o[a] + e[a] - 1));
     }
   }
   std::vector<double> out;

@@ -32,8 +32,7 @@ const GeometryCase kGeometry[] = {
     {"enlarge with shifts", {0, 0, 0, 9, 8, 7}, {1.5, 2.0, 2.5}, {0.25, -0.5, 1.0}, kWholeDst},
     {"mixed, interior VOI", {2, 1, 1, 5, 5, 4}, {3.0, 0.4, 1.0}, {-2.3, 0.7, 0.5}, kWholeDst},
     {"VOI at the low corner", {0, 0, 0, 3, 2, 4}, {1.7, 1.3, 0.9}, {0, 0, 0}, kWholeDst},
-    {"VOI past the high corner", {6, 5, 4, 10, 10, 10}, {2.2, 1.25, 1.6}, {0.1, 0.3, -0.2},
-     kWholeDst},
+    {"past the high corner", {6, 5, 4, 10, 10, 10}, {2.2, 1.25, 1.6}, {0.1, 0.3, -0.2}, kWholeDst},
     {"clipped by the dstVOI", {0, 0, 0, 9, 8, 7}, {1.5, 1.5, 1.5}, {0, 0, 0}, {3, 2, 4, 7, 9, 5}},
     {"half-voxel shifts", {0, 0, 0, 9, 8, 7}, {1, 1, 1}, {0.5, -0.25, 0.75}, kWholeDst},
     {"one voxel thick", {4, 0, 3, 1, 8, 1}, {2.0, 1.0, 3.0}, {0, 0, 0}, kWholeDst},
@@ -47,18 +46,17 @@ void CheckAgainstReference(CodePath path, Layout layout) {
   FillRandom(src, sizeof(T));
   for (const GeometryCase& g : kGeometry) {
     for (int code : kCodes) {
-      SCOPED_TRACE(::testing::Message() << g.name << " code " << code << " layout "
-                                        << int(layout) << " size " << sizeof(T));
-      const ResizeParams p = {{g.factor[0], g.factor[1], g.factor[2]},
-                              {g.shift[0], g.shift[1], g.shift[2]}, code};
+      SCOPED_TRACE(::testing::Message() << g.name << " code " << code << " layout " << int(layout)
+                                        << " size " << sizeof(T));
+      const ResizeParams p = {
+          {g.factor[0], g.factor[1], g.factor[2]}, {g.shift[0], g.shift[1], g.shift[2]}, code};
       Span r[3];
       const std::vector<double> expected = ReferenceResize(src, g.srcVOI, g.dstVOI, p, r);
       Volume<T> dst({30, 28, 24});
       std::fill(dst.bytes().begin(), dst.bytes().end(), kUntouched);
       std::vector<Vtq8u> buffer = Buffer(g.srcVOI, g.dstVOI, code);
-      ASSERT_EQ(vtqStsOk, CallResize(path, layout, src, g.srcVOI, dst, g.dstVOI, p,
-                                     buffer.data()));
-      const double bound = code == vtqInterNearest       ? 0.0
+      ASSERT_EQ(vtqStsOk, CallResize(path, layout, src, g.srcVOI, dst, g.dstVOI, p, buffer.data()));
+      const double bound = code == vtqInterNearest     ? 0.0
                            : std::is_same_v<T, Vtq32f> ? kRelativeBound
                                                        : 0.5 + Highest<T>() * kRelativeBound;
       size_t i = 0;
@@ -66,8 +64,9 @@ void CheckAgainstReference(CodePath path, Layout layout) {
         for (int64_t y = r[1].start; y < r[1].end; ++y)
           for (int64_t x = r[0].start; x < r[0].end; ++x, ++i) {
             T& voxel = dst.at(int(x), int(y), int(z));
-            const double want = std::is_same_v<T, Vtq32f> ? expected[i]
-                                                          : std::clamp(expected[i], 0.0, Highest<T>());
+            const double want = std::is_same_v<T, Vtq32f>
+                                    ? expected[i]
+                                    : std::clamp(expected[i], 0.0, Highest<T>());
             ASSERT_LE(std::abs(double(voxel) - want), bound) << x << "," << y << "," << z;
             std::memset(&voxel, kUntouched, sizeof(T));
           }
@@ -108,8 +107,8 @@ void CheckSameBitsEverywhere(CodePath path, int code) {
   auto run = [&](CodePath path, Layout layout, int threads, bool flipped, size_t misalign) {
     ThreadCount count(threads);
     Volume<T> dst({23, 19, 17}, flipped);
-    EXPECT_EQ(vtqStsOk, CallResize(path, layout, flipped ? flippedSrc : src, srcVOI, dst,
-                                   dstVOI, p, buffer.data() + misalign));
+    EXPECT_EQ(vtqStsOk, CallResize(path, layout, flipped ? flippedSrc : src, srcVOI, dst, dstVOI, p,
+                                   buffer.data() + misalign));
     return dst.voxels();
   };
   const std::vector<T> expected = run(kPathU8, Layout::kBlock, 1, false, 0);
@@ -119,14 +118,14 @@ void CheckSameBitsEverywhere(CodePath path, int code) {
     bool flipped;
     size_t misalign;
   } variants[] = {
-      {Layout::kBlock, 1, false, 0}, {Layout::kSlices, 1, false, 0}, {Layout::kBlock, 2, false, 0},
-      {Layout::kSlices, 2, true, 0}, {Layout::kBlock, 1, true, 0},   {Layout::kBlock, 2, false, 1},
+      {Layout::kBlock, 1, false, 0},  {Layout::kSlices, 1, false, 0}, {Layout::kBlock, 2, false, 0},
+      {Layout::kSlices, 2, true, 0},  {Layout::kBlock, 1, true, 0},   {Layout::kBlock, 2, false, 1},
       {Layout::kBlock, 1, false, 37},
   };
   for (const auto& v : variants) {
     EXPECT_TRUE(expected == run(path, v.layout, v.threads, v.flipped, v.misalign))
-        << "code " << code << " size " << sizeof(T) << " layout " << int(v.layout)
-        << " threads " << v.threads << " flipped " << v.flipped << " misalign " << v.misalign;
+        << "code " << code << " size " << sizeof(T) << " layout " << int(v.layout) << " threads "
+        << v.threads << " flipped " << v.flipped << " misalign " << v.misalign;
   }
 }
 
@@ -151,10 +150,10 @@ void CheckIntegersAreRoundedFloats(CodePath path, int code) {
   std::vector<Vtq8u> buffer = Buffer(voi, dstVOI, code);
   for (const auto& f : {std::array{0.5, 2.0, 1.0}, {2.0, 0.5, 0.5}, {1.3, 0.7, 2.6}}) {
     const ResizeParams p = {{f[0], f[1], f[2]}, {0, 0, 0}, code};
-    ASSERT_EQ(vtqStsOk, CallResize(path, Layout::kBlock, ints, voi, intOut, dstVOI, p,
-                                   buffer.data()));
-    ASSERT_EQ(vtqStsOk, CallResize(path, Layout::kBlock, floats, voi, floatOut, dstVOI, p,
-                                   buffer.data()));
+    ASSERT_EQ(vtqStsOk,
+              CallResize(path, Layout::kBlock, ints, voi, intOut, dstVOI, p, buffer.data()));
+    ASSERT_EQ(vtqStsOk,
+              CallResize(path, Layout::kBlock, floats, voi, floatOut, dstVOI, p, buffer.data()));
     const std::vector<Vtq32f> want = floatOut.voxels();
     const std::vector<T> got = intOut.voxels();
     for (size_t i = 0; i < got.size(); ++i) {
@@ -180,16 +179,16 @@ void CheckSlabsEqualOneCall(CodePath path, int code, VtqVolumeSize size) {
   const VtqCuboid srcVOI = {0, 0, 0, 23, 19, 17};
   const VtqCuboid dstVOI = {3, 1, 0, size.width - 3, size.height - 1, size.depth};
   ASSERT_GE(sizeof(T) * dstVOI.width * dstVOI.height * dstVOI.depth, 16u << 20);
-  const ResizeParams p = {{size.width / 23.0, size.height / 19.0, size.depth / 17.0},
-                          {0.3, -0.2, 0.1}, code};
+  const ResizeParams p = {
+      {size.width / 23.0, size.height / 19.0, size.depth / 17.0}, {0.3, -0.2, 0.1}, code};
   Volume<T> src({23, 19, 17}), whole(size), slabs(size);
   FillRandom(src, 21);
   std::vector<Vtq8u> buffer = Buffer(srcVOI, dstVOI, code);
   ASSERT_EQ(vtqStsOk,
             CallResize(path, Layout::kBlock, src, srcVOI, whole, dstVOI, p, buffer.data()));
   for (int z = 0; z < size.depth; z += 7) {
-    const VtqCuboid slab = {dstVOI.x, dstVOI.y, z, dstVOI.width, dstVOI.height,
-                            std::min(7, size.depth - z)};
+    const VtqCuboid slab = {dstVOI.x,     dstVOI.y,      z,
+                            dstVOI.width, dstVOI.height, std::min(7, size.depth - z)};
     ASSERT_EQ(vtqStsOk,
               CallResize(path, Layout::kBlock, src, srcVOI, slabs, slab, p, buffer.data()));
   }
@@ -222,8 +221,13 @@ TEST_P(Resize, Properties) {
     double tolerance;
   } rows[] = {
       // The weights of one axis, rounded to float, need not sum to exactly 1.
-      {"constants stay constant", {1, 2, 4, 5, 6, 7}, {1.6, 0.7, 2.3}, {0.4, -0.2, 0}, Constant,
-       false, 4e-7},
+      {"constants stay constant",
+       {1, 2, 4, 5, 6, 7},
+       {1.6, 0.7, 2.3},
+       {0.4, -0.2, 0},
+       Constant,
+       false,
+       4e-7},
       // Trilinear interpolation of a linear function is that function: swapped weights or taps
       // one voxel off would bend it.
       {"trilinear keeps a ramp", {2}, {1.7, 2.4, 0.6}, {0.3, -0.8, 0.1}, Ramp, false, 2e-3},
@@ -240,7 +244,8 @@ TEST_P(Resize, Properties) {
     src.Fill(row.source);
     for (int code : row.codes) {
       const ResizeParams p = {{row.factor[0], row.factor[1], row.factor[2]},
-                              {row.shift[0], row.shift[1], row.shift[2]}, code};
+                              {row.shift[0], row.shift[1], row.shift[2]},
+                              code};
       VtqCuboid r;
       ASSERT_EQ(vtqStsOk, kDispatchTable.GetResizeCuboid[path()](
                               &srcVOI, &r, p.factor[0], p.factor[1], p.factor[2], p.shift[0],
@@ -260,7 +265,8 @@ TEST_P(Resize, Properties) {
             ++checked;
             const float got = dst.at(x, y, z);
             if (row.atVoxel) {
-              ASSERT_EQ(Bits(src.at(int(sx), int(sy), int(sz))), Bits(got)) << row.name << " " << code;
+              ASSERT_EQ(Bits(src.at(int(sx), int(sy), int(sz))), Bits(got))
+                  << row.name << " " << code;
             } else {
               ASSERT_NEAR(row.source(sx, sy, sz), got, row.tolerance) << row.name << " " << code;
             }

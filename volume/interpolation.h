@@ -73,6 +73,31 @@ inline void CubicTapWeights(int code, double t, float w[4]) {
   w[3] = static_cast<float>(CubicKernel(code, 2.0 - t));
 }
 
+// A cubic kernel sampled every 1/100 voxel over its support, entry i = K(i / 100) for
+// i = 0..200, for code that looks weights up by distance instead of evaluating the kernel. The
+// compiler builds it: a `static constexpr` table is constant data, never an initialiser that
+// would run at load time, before the code path is chosen.
+inline constexpr int kKernelSamplesPerVoxel = 100;
+inline constexpr int kKernelSamples = 2 * kKernelSamplesPerVoxel + 1;
+
+struct SampledKernel {
+  float weight[kKernelSamples];
+};
+
+inline constexpr SampledKernel SampleCubicKernel(int code) {
+  SampledKernel table{};
+  for (int i = 0; i < kKernelSamples; ++i) {
+    table.weight[i] = static_cast<float>(
+        CubicKernel(code, static_cast<double>(i) / static_cast<double>(kKernelSamplesPerVoxel)));
+  }
+  return table;
+}
+
+static_assert(SampleCubicKernel(vtqInterCubicCatmullRom).weight[0] == 1.0f &&
+                  SampleCubicKernel(vtqInterCubicCatmullRom).weight[100] == 0.0f &&
+                  SampleCubicKernel(vtqInterCubicBSpline).weight[200] == 0.0f,
+              "the sampled kernels are built at compile time");
+
 }  // namespace volume
 VTQR_PATH_END
 

@@ -8,8 +8,8 @@
 //     resampled along x and y (two of each for trilinear, four for the cubic codes; none for
 //     nearest, which only reads the index tables).
 // Every piece starts on a 64-byte boundary of the aligned buffer and is a multiple of 64 bytes
-// long, so a thread's part starts on a cache line of its own. ScratchFits in the tests checks
-// the plan against the formula for every size.
+// long, so a thread's part starts on a cache line of its own. A test holds the plan against
+// the formula for sizes on both sides of every rounding step.
 #ifndef VTQR_VOLUME_RESIZE_SCRATCH_H_
 #define VTQR_VOLUME_RESIZE_SCRATCH_H_
 
@@ -18,32 +18,10 @@
 
 #include "frame/code_path.h"
 #include "volume/interpolation.h"
+#include "volume/wrapping32.h"
 
 VTQR_PATH_BEGIN
 namespace volume {
-
-// Signed 32-bit arithmetic that wraps instead of overflowing, as the size query's formula is
-// defined: sums and products modulo 2^32, division truncating like int32 division.
-class Wrapping32 {
- public:
-  constexpr Wrapping32(int64_t v) : v_(static_cast<int32_t>(static_cast<uint32_t>(v))) {}
-  constexpr int32_t value() const { return v_; }
-  friend constexpr Wrapping32 operator+(Wrapping32 a, Wrapping32 b) {
-    return Wrapping32(static_cast<uint32_t>(a.v_) + static_cast<uint32_t>(b.v_));
-  }
-  friend constexpr Wrapping32 operator*(Wrapping32 a, Wrapping32 b) {
-    return Wrapping32(static_cast<uint32_t>(a.v_) * static_cast<uint32_t>(b.v_));
-  }
-  friend constexpr Wrapping32 operator/(Wrapping32 a, int32_t divisor) {
-    return Wrapping32(a.v_ / divisor);
-  }
-  friend constexpr Wrapping32 operator&(Wrapping32 a, int32_t mask) {
-    return Wrapping32(a.v_ & mask);
-  }
-
- private:
-  int32_t v_;
-};
 
 // Per-thread bytes of the size query for a destination VOI of w x h x d voxels.
 inline constexpr int32_t ResizeBufferPerThread(int code, int32_t w, int32_t h, int32_t d) {

@@ -124,7 +124,8 @@ TEST_P(ResizeChecks, OrderAndNothingWrittenOnFailureOrWarning) {
 
 TEST_P(ResizeChecks, BufferSizes) {
   const VtqCuboid one = {0, 0, 0, 1, 1, 1}, bad = {0, -1, 0, 1, 1, 1}, flat = {0, 0, 0, 1, 0, 1};
-  // Sizes for a 1 x 1 x 1 destination and one thread, worked out by hand from the formula.
+  const VtqCuboid huge = {0, 0, 0, 8192, 8192, 1};
+  // Sizes for one thread, worked out by hand from the formula.
   const struct {
     const VtqCuboid *src, *dst;
     int channels, interpolation;
@@ -135,6 +136,8 @@ TEST_P(ResizeChecks, BufferSizes) {
       {&one, &one, 1, vtqInterNearest, false, vtqStsOk, 256},
       {&one, &one, 1, vtqInterLinear, false, vtqStsOk, 2560},
       {&one, &one, 1, vtqInterCubicBSpline, false, vtqStsOk, 7936},
+      // 2^30 for the four slices alone: with two threads the sum wraps to a negative value.
+      {&one, &huge, 1, vtqInterCubicLagrange, false, vtqStsOk, 1082659200},
       {&one, &one, 1, 1, true, vtqStsErrNullPtr, 0},
       {nullptr, &bad, 2, 3, false, vtqStsErrNullPtr, 0},
       {&one, nullptr, 1, 1, false, vtqStsErrNullPtr, 0},
@@ -150,7 +153,8 @@ TEST_P(ResizeChecks, BufferSizes) {
       EXPECT_EQ(r.status,
                 kDispatchTable.ResizeGetBufSize[path()](r.src, r.dst, r.channels, r.interpolation,
                                                         r.nullSize ? nullptr : &size));
-      EXPECT_EQ(r.status == vtqStsOk ? r.size * threads : -12345, size);
+      const auto wrapped = static_cast<int32_t>(static_cast<uint32_t>(r.size) * threads);
+      EXPECT_EQ(r.status == vtqStsOk ? wrapped : -12345, size);
     }
   }
 }

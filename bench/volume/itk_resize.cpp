@@ -59,6 +59,8 @@ double Resample(const Pixel* src, int side, double factor, int dstSide, bool lin
 
 }  // namespace
 
+bool ItkBuiltIn() { return true; }
+
 double ItkResize(ItkPixel pixel, const void* src, int side, double factor, int dstSide, bool linear,
                  void* dst) {
   itk::MultiThreaderBase::SetGlobalDefaultNumberOfThreads(1);
@@ -80,6 +82,8 @@ double ItkResize(ItkPixel pixel, const void* src, int side, double factor, int d
 #else
 
 namespace vtqr::bench {
+
+bool ItkBuiltIn() { return false; }
 
 double ItkResize(ItkPixel, const void*, int, double, int, bool, void*) { return -1.0; }
 

@@ -17,6 +17,9 @@ enum class ItkPixel { k8u, k16u, k32f };
 double ItkResize(ItkPixel pixel, const void* src, int side, double factor, int dstSide, bool linear,
                  void* dst);
 
+// Whether the benchmark was built with ITK.
+bool ItkBuiltIn();
+
 }  // namespace vtqr::bench
 
 #endif  // VTQR_BENCH_VOLUME_ITK_RESIZE_H_

@@ -264,6 +264,7 @@ void Register() {
       }
     }
     for (bool linear : {false, true}) {
+      if (!vtqr::bench::ItkBuiltIn()) break;
       const std::string name = std::string("ITK/") +
                                CaseName(Type<T>::kName, factor, linear ? "linear" : "nearest");
       Configure(benchmark::RegisterBenchmark(name.c_str(), BM_Itk<T>, factor, linear), 5);

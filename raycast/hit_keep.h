@@ -1,0 +1,99 @@
+// What a walk keeps of the triangles it tests: the nearest hit below each ray's distance, or
+// only whether any hit lies before each ray's end. The walk calls TestLeaf for every leaf it
+// reaches and asks Finished after it; both see only the lanes the walk names.
+#ifndef VTQR_RAYCAST_HIT_KEEP_H_
+#define VTQR_RAYCAST_HIT_KEEP_H_
+
+#include <cstdint>
+
+#include "accel/kdtree_node.h"
+#include "frame/code_path.h"
+#include "raycast/ray_lanes.h"
+#include "raycast/triangle_test.h"
+#include "vtqr/accel.h"
+
+VTQR_PATH_BEGIN
+namespace rays {
+
+// Nearest hit: distance (in: the largest distance of interest), the two barycentric weights
+// and the triangle number, per ray. A hit replaces the kept one only when strictly nearer, so
+// of two triangles at the same distance the one tested first stays.
+template <class L>
+struct KeepNearest {
+  using F = typename L::F;
+  F dist, u, v;
+  typename L::I index;
+  int taken = 0;  // lanes that took a hit since the caller last cleared this
+
+  F Limit() const { return dist; }
+
+  // Tests the leaf's triangles in list order for lanes `active`; no lane stops inside a leaf,
+  // since a later triangle of the list may still be nearer.
+  template <class O>
+  [[gnu::always_inline]] int TestLeaf(kdnode::LeafTriangles leaf,
+                                      const VtqrTriangleAccel* accel, const RayAxes<L, O>& ray,
+                                      int active) {
+    for (int32_t i = 0; i < leaf.count; ++i) {
+      const int32_t id = leaf.ids[i];
+      const VtqrTriangleAccel& tri = accel[id];
+      if (tri.axes == 0) continue;  // zero area: never hit
+      TriangleCut<L, O> cut;
+      const int inside = TestTriangle(tri, ray, &cut) & active;
+      if (inside == 0) continue;
+      const F t = cut.num / cut.den;
+      const int take = inside & LaneBits((dist > t) & (t > 0.0f));
+      if (take == 0) continue;
+      const auto m = L::Mask(take);
+      dist = Select(m, t, dist);
+      u = Select(m, cut.beta / cut.den, u);
+      v = Select(m, cut.gamma / cut.den, v);
+      index = Select(m, typename L::I(id), index);
+      taken |= take;
+    }
+    return 0;
+  }
+
+  // After a leaf: lanes whose stretch of the ray ends at or beyond their nearest hit.
+  int Finished(F tfar) const { return LaneBits(tfar >= dist); }
+};
+
+// Any hit: per ray, whether some triangle is hit at 0 < t < end. A lane stops at its first hit.
+template <class L>
+struct KeepAny {
+  using F = typename L::F;
+  F end;
+  int occluded = 0;
+
+  F Limit() const { return end; }
+
+  // Returns the lanes that found their hit in this leaf; the rest of the leaf is tested only
+  // for the lanes still open.
+  template <class O>
+  [[gnu::always_inline]] int TestLeaf(kdnode::LeafTriangles leaf,
+                                      const VtqrTriangleAccel* accel, const RayAxes<L, O>& ray,
+                                      int active) {
+    int hits = 0;
+    for (int32_t i = 0; i < leaf.count; ++i) {
+      const VtqrTriangleAccel& tri = accel[leaf.ids[i]];
+      if (tri.axes == 0) continue;
+      TriangleCut<L, O> cut;
+      const int inside = TestTriangle(tri, ray, &cut) & active;
+      if (inside == 0) continue;
+      const F t = cut.num / cut.den;
+      const int take = inside & LaneBits((end > t) & (t > 0.0f));
+      if (take == 0) continue;
+      hits |= take;
+      active &= ~take;
+      if (active == 0) break;
+    }
+    occluded |= hits;
+    return hits;
+  }
+
+  int Finished(F tfar) const { return LaneBits(tfar >= end); }
+};
+
+}  // namespace rays
+VTQR_PATH_END
+
+#endif  // VTQR_RAYCAST_HIT_KEEP_H_

@@ -1,0 +1,68 @@
+// The ray/triangle test on the per-triangle acceleration records, for one ray or four.
+//
+// A record holds the triangle's plane scaled so that its dominant normal component k is 1
+// (nu, nv at the minor axes u, v), its base vertex P, and both edges in the (u, v) projection
+// divided by the normal's k component. For a ray E + tD:
+//   den = n . D and num = n . (P - E), so t = num / den;
+//   s, r = den times the hit point's (u, v) offset from P, so that
+//   beta, gamma = den times the barycentric weights of the record's first and second vertex.
+// The weights are compared without dividing: the hit lies inside exactly when den - beta -
+// gamma, beta and gamma all have the sign of den, which the three products test. Every
+// comparison is false for a NaN, so a NaN anywhere rejects the triangle.
+#ifndef VTQR_RAYCAST_TRIANGLE_TEST_H_
+#define VTQR_RAYCAST_TRIANGLE_TEST_H_
+
+#include <cstdint>
+
+#include "frame/code_path.h"
+#include "raycast/ray_lanes.h"
+#include "vtqr/accel.h"
+
+VTQR_PATH_BEGIN
+namespace rays {
+
+// Origin and direction of the rays as the triangle test reads them: indexed by axis, with a
+// fourth entry so that no axis field of a record can reach past the arrays. O is `float` when
+// all rays share one origin (then the origin's share of the test is computed once, with the
+// same bits every lane would get) or the policy's float type when each ray has its own.
+template <class L, class O>
+struct RayAxes {
+  O org[4];
+  typename L::F dir[4];
+};
+
+// What a passing triangle test leaves for the hit: t = num / den, the weights beta / den and
+// gamma / den.
+template <class L, class O>
+struct TriangleCut {
+  typename L::F den, beta, gamma;
+  O num;
+};
+
+// Lane bits of the rays that pass the test of record `tri` (words 0 to 9 as c1 to c9 of the
+// record's layout), their quantities in *cut. The caller skips records whose axes word is 0.
+template <class L, class O>
+[[gnu::always_inline]] inline int TestTriangle(const VtqrTriangleAccel& tri,
+                                               const RayAxes<L, O>& ray, TriangleCut<L, O>* cut) {
+  using F = typename L::F;
+  const uint32_t axes = tri.axes;
+  const int a0 = static_cast<int>(axes & 3);         // v
+  const int a1 = static_cast<int>((axes >> 2) & 3);  // u
+  const int a2 = static_cast<int>((axes >> 4) & 3);  // k
+  const F den = tri.nu * ray.dir[a1] + tri.nv * ray.dir[a0] + ray.dir[a2];
+  const O p = tri.pu - ray.org[a1];
+  const O q = tri.pv - ray.org[a0];
+  const O num = tri.pk + tri.nu * p + tri.nv * q - ray.org[a2];
+  const F s = ray.dir[a1] * num - p * den;
+  const F r = ray.dir[a0] * num - q * den;
+  const F beta = tri.e2v * s - tri.e2u * r;
+  const F gamma = tri.e1u * r - tri.e1v * s;
+  const F rest = den - beta - gamma;
+  *cut = {den, beta, gamma, num};
+  return LaneBits((rest * beta >= 0.0f) & (beta * gamma >= 0.0f) & (rest * gamma >= 0.0f));
+}
+
+}  // namespace rays
+VTQR_PATH_END
+
+#endif  // VTQR_RAYCAST_TRIANGLE_TEST_H_

@@ -64,6 +64,7 @@ namespace rays {
 // inverse and the lower child as its near side.
 inline constexpr float kFlatComponent = 1.1920929e-7f;
 inline constexpr float kFlatInverse = 838860800.0f;  // 0x4E480000
+inline constexpr float kFloatMax = 3.4028234663852886e38f;
 // Widening of each ray's far end after clipping, and the tolerance of the near/far decisions.
 inline constexpr float kStretchMargin = 0.0001f;
 inline constexpr float kSplitTolerance = 0.00001f;
@@ -81,13 +82,19 @@ struct WalkRay : RayAxes<L, O> {
 
 // Fills inverses and stretches for lanes `live`, clipping [0, limit] to `box` unless it is
 // null. Returns sign-flag lane bits per axis in signs[] and the lanes that enter the walk:
-// those with limit > 0 (no hit can be nearer than a non-positive or NaN limit) whose stretch
-// the box test keeps.
+// those with limit > 0 (no hit can be nearer than a non-positive or NaN limit) and a finite
+// origin and direction whose stretch the box test keeps.
 template <class L, class O>
 [[gnu::always_inline]] inline int PrepareRays(WalkRay<L, O>& ray, const Vtq32f* box,
                                               typename L::F limit, int live, int signs[3]) {
   using F = typename L::F;
   live &= LaneBits(limit > 0.0f);
+  // A NaN or infinite component in the origin or the direction makes every candidate's t NaN,
+  // infinite or zero, so such a ray hits nothing. Leaving it out is invisible in the results
+  // and spares a walk whose NaN stretch would visit every node of the tree.
+  for (int axis = 0; axis < 3; ++axis) {
+    live &= LaneBits((Abs(ray.dir[axis]) <= kFloatMax) & (Abs(F(ray.org[axis])) <= kFloatMax));
+  }
   ray.tnear = 0.0f;
   ray.tfar = limit;
   int missed = 0;

@@ -217,8 +217,14 @@ inline void CastEyeRays(RayBlock& block, const Camera& camera, const float eye[3
   }
 }
 
-// Centre and half the diagonal of an object's box.
+// Centre and half the diagonal of an object's box; the origin and 1 for the inverted box of an
+// empty mesh.
 inline void BoxCentre(const Object& object, float centre[3], float* radius) {
+  if (object.box[0] > object.box[3]) {
+    centre[0] = centre[1] = centre[2] = 0.0f;
+    *radius = 1.0f;
+    return;
+  }
   double sum = 0;
   for (int a = 0; a < 3; ++a) {
     centre[a] = 0.5f * (object.box[a] + object.box[a + 3]);

@@ -119,15 +119,15 @@ template <class L, class O>
 // the child and which were sent there alone.
 template <class L>
 struct Deferred {
-  const VtqrKDTreeNode* node;
   typename L::F tfar;
+  const VtqrKDTreeNode* node;
   int deferred;
   int farOnly;
 };
 template <>
 struct Deferred<OneLane> {
-  const VtqrKDTreeNode* node;
   float tfar;
+  const VtqrKDTreeNode* node;
 };
 
 // Walks the tree for lanes `lanes`, whose sign flags ray.signs all share.
@@ -139,6 +139,7 @@ template <class L, class O, class Keep>
   int top = 0;
   const VtqrKDTreeNode* node = root;
   int active = kOne ? 1 : lanes;  // a constant for one ray
+  [[maybe_unused]] auto activeLanes = L::Mask(active);
   int done = 0;
   for (;;) {
     // Down to a leaf.
@@ -154,23 +155,28 @@ template <class L, class O, class Keep>
           continue;
         }
         if (!(tsplit - ray.tfar > kSplitTolerance)) {
-          stack[top++] = {farChild, ray.tfar};
+          stack[top++] = {ray.tfar, farChild};
           ray.tfar = Max(ray.tnear, Min(tsplit, ray.tfar));
         }
         node = lower + sign;
       } else {
-        const int farOnly = LaneBits(ray.tnear - tsplit > kSplitTolerance) & active;
+        // The decisions as lane masks (for the registers) and as bits (for the control flow).
+        const auto farOnlyLanes = (ray.tnear - tsplit > kSplitTolerance) & activeLanes;
+        const int farOnly = LaneBits(farOnlyLanes);
         const int wantsNear = active & ~farOnly;
         if (wantsNear == 0) {
           node = farChild;
           continue;
         }
-        const int defer = wantsNear & ~LaneBits(tsplit - ray.tfar > kSplitTolerance);
+        const auto nearLanes = AndNot(activeLanes, farOnlyLanes);
+        const auto deferLanes = AndNot(nearLanes, tsplit - ray.tfar > kSplitTolerance);
+        const int defer = LaneBits(deferLanes);
         if ((defer | farOnly) != 0) {
-          stack[top++] = {farChild, ray.tfar, defer, farOnly};
-          ray.tfar = Select(L::Mask(defer), Max(ray.tnear, Min(tsplit, ray.tfar)), ray.tfar);
+          stack[top++] = {ray.tfar, farChild, defer, farOnly};
+          ray.tfar = Select(deferLanes, Max(ray.tnear, Min(tsplit, ray.tfar)), ray.tfar);
         }
         active = wantsNear;
+        activeLanes = nearLanes;
         node = lower + sign;
       }
     }
@@ -194,6 +200,7 @@ template <class L, class O, class Keep>
         const int resumed = entry.deferred & ~done;
         active = (resumed | entry.farOnly) & ~done;
         if (active == 0) continue;
+        activeLanes = L::Mask(active);
         const auto m = L::Mask(resumed);
         ray.tnear = Select(m, ray.tfar, ray.tnear);
         ray.tfar = Select(m, entry.tfar, ray.tfar);

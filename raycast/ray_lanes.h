@@ -57,6 +57,8 @@ VTQR_LANES_INLINE M4 operator<=(F4 a, F4 b) { return {_mm_cmple_ps(a.v, b.v)}; }
 VTQR_LANES_INLINE M4 operator<(F4 a, F4 b) { return {_mm_cmplt_ps(a.v, b.v)}; }
 VTQR_LANES_INLINE M4 operator&(M4 a, M4 b) { return {_mm_and_ps(a.v, b.v)}; }
 VTQR_LANES_INLINE M4 operator|(M4 a, M4 b) { return {_mm_or_ps(a.v, b.v)}; }
+// a and not b.
+VTQR_LANES_INLINE M4 AndNot(M4 a, M4 b) { return {_mm_andnot_ps(b.v, a.v)}; }
 
 // a < b ? a : b and a > b ? a : b per lane, exactly what MINPS and MAXPS compute.
 VTQR_LANES_INLINE F4 Min(F4 a, F4 b) { return F4(_mm_min_ps(a.v, b.v)); }

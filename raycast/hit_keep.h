@@ -29,15 +29,14 @@ struct KeepNearest {
 
   // Tests the leaf's triangles in list order for lanes `active`; no lane stops inside a leaf,
   // since a later triangle of the list may still be nearer.
-  template <class O>
   [[gnu::always_inline]] int TestLeaf(kdnode::LeafTriangles leaf,
-                                      const VtqrTriangleAccel* accel, const RayAxes<L, O>& ray,
+                                      const VtqrTriangleAccel* accel, const RayAxes<L>& ray,
                                       int active) {
     for (int32_t i = 0; i < leaf.count; ++i) {
       const int32_t id = leaf.ids[i];
       const VtqrTriangleAccel& tri = accel[id];
       if (tri.axes == 0) continue;  // zero area: never hit
-      TriangleCut<L, O> cut;
+      TriangleCut<L> cut;
       const int inside = TestTriangle(tri, ray, &cut) & active;
       if (inside == 0) continue;
       const F t = cut.num / cut.den;
@@ -68,15 +67,14 @@ struct KeepAny {
 
   // Returns the lanes that found their hit in this leaf; the rest of the leaf is tested only
   // for the lanes still open.
-  template <class O>
   [[gnu::always_inline]] int TestLeaf(kdnode::LeafTriangles leaf,
-                                      const VtqrTriangleAccel* accel, const RayAxes<L, O>& ray,
+                                      const VtqrTriangleAccel* accel, const RayAxes<L>& ray,
                                       int active) {
     int hits = 0;
     for (int32_t i = 0; i < leaf.count; ++i) {
       const VtqrTriangleAccel& tri = accel[leaf.ids[i]];
       if (tri.axes == 0) continue;
-      TriangleCut<L, O> cut;
+      TriangleCut<L> cut;
       const int inside = TestTriangle(tri, ray, &cut) & active;
       if (inside == 0) continue;
       const F t = cut.num / cut.den;

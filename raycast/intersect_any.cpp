@@ -25,7 +25,7 @@ VtqStatus IntersectAnySO_32f(const Vtq32f originEye[3], const Vtq32f* const pDir
     const typename L::I mask = L::Load(pMask, at);
     const int live = L::kAll & ~L::NegativeBits(mask);
     if (live == 0) return;
-    WalkRay<L, typename L::F> ray;
+    WalkRay<L> ray;
     for (int axis = 0; axis < 3; ++axis) {
       ray.org[axis] = origin[axis];
       ray.dir[axis] = L::Load(dir.plane[axis], at);

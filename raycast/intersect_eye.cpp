@@ -19,8 +19,7 @@ VtqStatus IntersectEyeSO_32f(const Vtq32f originEye[3], const Vtq32f* const pDir
                                             out.u, out.v, out.index});
   ForEachRayGroup(blockSize, tiles, [&](auto lanes, auto at) {
     using L = decltype(lanes);
-    // One origin for all rays: its share of the triangle test is computed once per triangle.
-    WalkRay<L, typename L::F> ray;
+    WalkRay<L> ray;
     for (int axis = 0; axis < 3; ++axis) {
       ray.org[axis] = eye[axis];
       ray.dir[axis] = L::Load(dir.plane[axis], at);

@@ -13,8 +13,8 @@ using namespace rays;
 // each row summed left to right. An affine map keeps the parameter of every point on the ray,
 // so distances and weights found in object space hold in world space.
 template <class L>
-[[gnu::always_inline]] inline void ToObject(const Vtq32f* m, const RayAxes<L, typename L::F>& world,
-                                            WalkRay<L, typename L::F>& ray) {
+[[gnu::always_inline]] inline void ToObject(const Vtq32f* m, const RayAxes<L>& world,
+                                            WalkRay<L>& ray) {
   if (m == nullptr) {
     for (int axis = 0; axis < 4; ++axis) {
       ray.org[axis] = world.org[axis];
@@ -60,7 +60,7 @@ VtqStatus IntersectMO_32f(const Vtq32f* const pOrigin[3], const Vtq32f* const pD
     const int live = L::kAll & ~L::NegativeBits(mask);
     if (live == 0) return;
     const auto liveLanes = L::Mask(live);
-    RayAxes<L, typename L::F> world;
+    RayAxes<L> world;
     for (int axis = 0; axis < 3; ++axis) {
       world.org[axis] = L::Load(org.plane[axis], at);
       world.dir[axis] = L::Load(dir.plane[axis], at);
@@ -72,7 +72,7 @@ VtqStatus IntersectMO_32f(const Vtq32f* const pOrigin[3], const Vtq32f* const pD
     I object = Select(liveLanes, I(-1), L::Load(pObjectIndex, at));
     // Each object in turn, with the nearest hit so far as the distance of interest.
     for (int k = 0; k < objectCount; ++k) {
-      WalkRay<L, typename L::F> ray;
+      WalkRay<L> ray;
       ToObject(pTransform == nullptr ? nullptr : pTransform[k], world, ray);
       keep.taken = 0;
       CastRays(*pContext[k], true, ray, live, keep);

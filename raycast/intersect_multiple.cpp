@@ -29,7 +29,7 @@ VtqStatus IntersectMultipleSO_32f(const Vtq32f* const pOrigin[3],
     const typename L::I mask = L::Load(out.index, at);
     const int live = L::kAll & ~L::NegativeBits(mask);
     if (live == 0) return;
-    WalkRay<L, typename L::F> ray;
+    WalkRay<L> ray;
     for (int axis = 0; axis < 3; ++axis) {
       ray.org[axis] = L::Load(org.plane[axis], at);
       ray.dir[axis] = L::Load(dir.plane[axis], at);

@@ -73,8 +73,8 @@ inline constexpr float kSplitTolerance = 0.00001f;
 // direction, the stretch [tnear, tfar] and the sign flags the current walk follows (1: the
 // upper child is near). Entries [3] of the per-axis arrays are padding, never used by a tree
 // of the builder's.
-template <class L, class O>
-struct WalkRay : RayAxes<L, O> {
+template <class L>
+struct WalkRay : RayAxes<L> {
   typename L::F inv[4];
   typename L::F tnear, tfar;
   int signs;  // bit a: the sign flag of axis a
@@ -84,8 +84,8 @@ struct WalkRay : RayAxes<L, O> {
 // null. Returns sign-flag lane bits per axis in signs[] and the lanes that enter the walk:
 // those with limit > 0 (no hit can be nearer than a non-positive or NaN limit) and a finite
 // origin and direction whose stretch the box test keeps.
-template <class L, class O>
-[[gnu::always_inline]] inline int PrepareRays(WalkRay<L, O>& ray, const Vtq32f* box,
+template <class L>
+[[gnu::always_inline]] inline int PrepareRays(WalkRay<L>& ray, const Vtq32f* box,
                                               typename L::F limit, int live, int signs[3]) {
   using F = typename L::F;
   live &= LaneBits(limit > 0.0f);
@@ -93,7 +93,7 @@ template <class L, class O>
   // infinite or zero, so such a ray hits nothing. Leaving it out is invisible in the results
   // and spares a walk whose NaN stretch would visit every node of the tree.
   for (int axis = 0; axis < 3; ++axis) {
-    live &= LaneBits((Abs(ray.dir[axis]) <= kFloatMax) & (Abs(F(ray.org[axis])) <= kFloatMax));
+    live &= LaneBits((Abs(ray.dir[axis]) <= kFloatMax) & (Abs(ray.org[axis]) <= kFloatMax));
   }
   ray.tnear = 0.0f;
   ray.tfar = limit;
@@ -131,9 +131,9 @@ struct Deferred<OneLane> {
 };
 
 // Walks the tree for lanes `lanes`, whose sign flags ray.signs all share.
-template <class L, class O, class Keep>
+template <class L, class Keep>
 [[gnu::always_inline]] inline void Walk(const VtqrKDTreeNode* root, const VtqrTriangleAccel* accel,
-                                        WalkRay<L, O>& ray, int lanes, Keep& keep) {
+                                        WalkRay<L>& ray, int lanes, Keep& keep) {
   constexpr bool kOne = L::kWidth == 1;
   Deferred<L> stack[kdnode::kWalkStackSize];
   int top = 0;
@@ -213,9 +213,9 @@ template <class L, class O, class Keep>
 
 // Casts lanes `live` of `ray` against one object: prepares them (clipped to the object's box
 // when clipToBox) and walks each group of lanes whose sign flags agree.
-template <class L, class O, class Keep>
+template <class L, class Keep>
 [[gnu::always_inline]] inline void CastRays(const VtqrIntersectContext& object, bool clipToBox,
-                                            WalkRay<L, O>& ray, int live, Keep& keep) {
+                                            WalkRay<L>& ray, int live, Keep& keep) {
   int signs[3];
   live = PrepareRays(ray, clipToBox ? object.pBound : nullptr, keep.Limit(), live, signs);
   while (live != 0) {

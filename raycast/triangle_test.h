@@ -23,21 +23,19 @@ VTQR_PATH_BEGIN
 namespace rays {
 
 // Origin and direction of the rays as the triangle test reads them: indexed by axis, with a
-// fourth entry so that no axis field of a record can reach past the arrays. O is `float` when
-// all rays share one origin (then the origin's share of the test is computed once, with the
-// same bits every lane would get) or the policy's float type when each ray has its own.
-template <class L, class O>
+// fourth entry so that no axis field of a record can reach past the arrays. A common origin
+// is broadcast to every lane, which then computes with the very bits one ray would.
+template <class L>
 struct RayAxes {
-  O org[4];
+  typename L::F org[4];
   typename L::F dir[4];
 };
 
 // What a passing triangle test leaves for the hit: t = num / den, the weights beta / den and
 // gamma / den.
-template <class L, class O>
+template <class L>
 struct TriangleCut {
-  typename L::F den, beta, gamma;
-  O num;
+  typename L::F den, beta, gamma, num;
 };
 
 // A record's nine coefficients c1..c9 in the policy's float type: plain loads for one ray; for
@@ -68,9 +66,9 @@ struct Coefficients {
 
 // Lane bits of the rays that pass the test of record `tri` (words 0 to 9 as c1 to c9 of the
 // record's layout), their quantities in *cut. The caller skips records whose axes word is 0.
-template <class L, class O>
-[[gnu::always_inline]] inline int TestTriangle(const VtqrTriangleAccel& tri,
-                                               const RayAxes<L, O>& ray, TriangleCut<L, O>* cut) {
+template <class L>
+[[gnu::always_inline]] inline int TestTriangle(const VtqrTriangleAccel& tri, const RayAxes<L>& ray,
+                                               TriangleCut<L>* cut) {
   using F = typename L::F;
   const uint32_t axes = tri.axes;
   const int a0 = static_cast<int>(axes & 3);         // v
@@ -78,9 +76,9 @@ template <class L, class O>
   const int a2 = static_cast<int>((axes >> 4) & 3);  // k
   const auto c = ReadCoefficients(tri, L{});
   const F den = c.nu * ray.dir[a1] + c.nv * ray.dir[a0] + ray.dir[a2];
-  const O p = c.pu - ray.org[a1];
-  const O q = c.pv - ray.org[a0];
-  const O num = c.pk + c.nu * p + c.nv * q - ray.org[a2];
+  const F p = c.pu - ray.org[a1];
+  const F q = c.pv - ray.org[a0];
+  const F num = c.pk + c.nu * p + c.nv * q - ray.org[a2];
   const F s = ray.dir[a1] * num - p * den;
   const F r = ray.dir[a0] * num - q * den;
   const F beta = c.e2v * s - c.e2u * r;

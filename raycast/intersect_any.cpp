@@ -23,15 +23,10 @@ VtqStatus IntersectAnySO_32f(const Vtq32f originEye[3], const Vtq32f* const pDir
   ForEachRayGroup(blockSize, tiles, [&](auto lanes, auto at) {
     using L = decltype(lanes);
     const typename L::I mask = L::Load(pMask, at);
-    const int live = L::kAll & ~L::NegativeBits(mask);
+    const int live = LiveLanes<L>(mask);
     if (live == 0) return;
     WalkRay<L> ray;
-    for (int axis = 0; axis < 3; ++axis) {
-      ray.org[axis] = origin[axis];
-      ray.dir[axis] = L::Load(dir.plane[axis], at);
-    }
-    ray.org[3] = 0.0f;
-    ray.dir[3] = 0.0f;
+    LoadRays(ray, origin, dir, at);
     KeepAny<L> keep{L::Load(pDist, at)};
     CastRays(object, false, ray, live, keep);
     if (keep.occluded != 0) {

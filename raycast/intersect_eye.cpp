@@ -20,12 +20,7 @@ VtqStatus IntersectEyeSO_32f(const Vtq32f originEye[3], const Vtq32f* const pDir
   ForEachRayGroup(blockSize, tiles, [&](auto lanes, auto at) {
     using L = decltype(lanes);
     WalkRay<L> ray;
-    for (int axis = 0; axis < 3; ++axis) {
-      ray.org[axis] = eye[axis];
-      ray.dir[axis] = L::Load(dir.plane[axis], at);
-    }
-    ray.org[3] = 0.0f;
-    ray.dir[3] = 0.0f;
+    LoadRays(ray, eye, dir, at);
     KeepNearest<L> keep = LoadNearest<L>(out, at);
     CastRays(object, true, ray, L::kAll, keep);
     StoreNearest(out, at, keep);

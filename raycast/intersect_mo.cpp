@@ -57,16 +57,11 @@ VtqStatus IntersectMO_32f(const Vtq32f* const pOrigin[3], const Vtq32f* const pD
     using L = decltype(lanes);
     using I = typename L::I;
     const I mask = L::Load(out.index, at);
-    const int live = L::kAll & ~L::NegativeBits(mask);
+    const int live = LiveLanes<L>(mask);
     if (live == 0) return;
     const auto liveLanes = L::Mask(live);
     RayAxes<L> world;
-    for (int axis = 0; axis < 3; ++axis) {
-      world.org[axis] = L::Load(org.plane[axis], at);
-      world.dir[axis] = L::Load(dir.plane[axis], at);
-    }
-    world.org[3] = 0.0f;
-    world.dir[3] = 0.0f;
+    LoadRays(world, org, dir, at);
     KeepNearest<L> keep = LoadNearest<L>(out, at);
     keep.index = Select(liveLanes, keep.index, mask);
     I object = Select(liveLanes, I(-1), L::Load(pObjectIndex, at));

@@ -27,15 +27,10 @@ VtqStatus IntersectMultipleSO_32f(const Vtq32f* const pOrigin[3],
     using L = decltype(lanes);
     // A negative triangle number masks the ray out; it keeps all its values.
     const typename L::I mask = L::Load(out.index, at);
-    const int live = L::kAll & ~L::NegativeBits(mask);
+    const int live = LiveLanes<L>(mask);
     if (live == 0) return;
     WalkRay<L> ray;
-    for (int axis = 0; axis < 3; ++axis) {
-      ray.org[axis] = L::Load(org.plane[axis], at);
-      ray.dir[axis] = L::Load(dir.plane[axis], at);
-    }
-    ray.org[3] = 0.0f;
-    ray.dir[3] = 0.0f;
+    LoadRays(ray, org, dir, at);
     KeepNearest<L> keep = LoadNearest<L>(out, at);
     keep.index = Select(L::Mask(live), keep.index, mask);
     CastRays(object, true, ray, live, keep);

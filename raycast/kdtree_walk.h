@@ -53,6 +53,7 @@
 #include "accel/kdtree_node.h"
 #include "frame/code_path.h"
 #include "raycast/ray_lanes.h"
+#include "raycast/hit_keep.h"
 #include "raycast/triangle_test.h"
 #include "vtqr/raycast.h"
 
@@ -183,7 +184,7 @@ template <class L, class Keep>
 
     // The leaf's triangles, then the termination rule of the lanes that were here.
     int32_t scratch[3];
-    const int hit = keep.TestLeaf(kdnode::ReadLeaf(node, scratch), accel, ray, active);
+    const int hit = TestTriangles(kdnode::ReadLeaf(node, scratch), accel, ray, active, keep);
     done |= active & (hit | keep.Finished(ray.tfar));
     if constexpr (kOne) {
       if (done != 0 || top == 0) return;

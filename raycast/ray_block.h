@@ -51,6 +51,36 @@ struct Planes3 {
   T* plane[3];
 };
 
+// Origins and directions of the rays at `at`; a common origin goes to every lane.
+template <class L>
+[[gnu::always_inline]] inline void LoadRays(RayAxes<L>& ray, const Planes3<const Vtq32f>& org,
+                                            const Planes3<const Vtq32f>& dir,
+                                            typename L::At at) {
+  for (int axis = 0; axis < 3; ++axis) {
+    ray.org[axis] = L::Load(org.plane[axis], at);
+    ray.dir[axis] = L::Load(dir.plane[axis], at);
+  }
+  ray.org[3] = 0.0f;
+  ray.dir[3] = 0.0f;
+}
+template <class L>
+[[gnu::always_inline]] inline void LoadRays(RayAxes<L>& ray, const float origin[3],
+                                            const Planes3<const Vtq32f>& dir,
+                                            typename L::At at) {
+  for (int axis = 0; axis < 3; ++axis) {
+    ray.org[axis] = origin[axis];
+    ray.dir[axis] = L::Load(dir.plane[axis], at);
+  }
+  ray.org[3] = 0.0f;
+  ray.dir[3] = 0.0f;
+}
+
+// Lanes whose mask value is zero or positive.
+template <class L>
+[[gnu::always_inline]] inline int LiveLanes(typename L::I mask) {
+  return L::kAll & ~L::NegativeBits(mask);
+}
+
 // The outputs of a nearest-hit function.
 struct NearestPlanes {
   Vtq32f* dist;

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -95,105 +96,71 @@ TEST(IntersectInputs, DefinedResults) {
   }
 }
 
-// Pointer arguments, in order, tested for null, then counts; a failed check writes nothing.
+// A pointer argument, or null when it is the one under test.
+template <class T>
+T Or(int nullParam, int param, T pointer) {
+  return nullParam == param ? nullptr : pointer;
+}
+
+// Pointer arguments are tested for null in argument order, then the object count, then the
+// context entries; an empty block comes last. A failed check writes nothing.
 TEST(IntersectInputs, ArgumentChecks) {
   const Object object(UvSphere(8, 8));
   const float eye[3] = {0.0f, 0.0f, 3.0f};
+  const auto& t = kDispatchTable;
+  // Each function with parameter n (argument order, counting pointers only) made null, the
+  // context entries, the object count and the block size as given.
+  using Call = std::function<VtqStatus(RayBlock&, int n, const VtqrIntersectContext* const*,
+                                       int count, VtqSize)>;
+  const Call multiple = [&](RayBlock& b, int n, auto o, int, VtqSize size) {
+    return t.IntersectMultipleSO_32f[kPathU8](Or(n, 0, b.Org()), Or(n, 1, b.Dir()),
+                                              Or(n, 2, b.dist.data), Or(n, 3, b.Hit()),
+                                              Or(n, 4, b.index.data), Or(n, 5, o[0]), size);
+  };
+  const Call any = [&](RayBlock& b, int n, auto o, int, VtqSize size) {
+    return t.IntersectAnySO_32f[kPathU8](eye, Or(n, 0, b.Dir()), Or(n, 1, b.dist.data),
+                                         Or(n, 2, b.index.data), size, Or(n, 3, o[0]));
+  };
+  const Call mo = [&](RayBlock& b, int n, auto o, int count, VtqSize size) {
+    return t.IntersectMO_32f[kPathU8](Or(n, 0, b.Org()), Or(n, 1, b.Dir()), Or(n, 2, b.dist.data),
+                                      Or(n, 3, b.Hit()), Or(n, 4, b.index.data),
+                                      Or(n, 5, b.object.data), Or(n, 6, o), nullptr, count, size);
+  };
+  const Call eyeRays = [&](RayBlock& b, int, auto o, int, VtqSize size) {
+    return t.IntersectEyeSO_32f[kPathU8](eye, b.Dir(), b.dist.data, b.Hit(), b.index.data, o[0],
+                                         size);
+  };
   const VtqrIntersectContext* objects[2] = {&object.context, &object.context};
   const VtqrIntersectContext* withNull[2] = {&object.context, nullptr};
   struct Case {
     const char* name;
+    const Call* call;
+    int nulls;  // pointer parameters 0 .. nulls-1 are each made null in turn
+    const VtqrIntersectContext* const* contexts;
+    int count;
+    VtqSize size;
     VtqStatus expected;
-    VtqStatus (*run)(RayBlock& b, const float* eye, const VtqrIntersectContext* const* objects,
-                     int count, VtqSize size);
   };
-#define CASE(name, status, call)                                                             \
-  {                                                                                          \
-    name, status, [](RayBlock& b, const float* e, const VtqrIntersectContext* const* o, int n, \
-                     VtqSize size) -> VtqStatus {                                            \
-      (void)e, (void)o, (void)n, (void)size;                                                 \
-      return call;                                                                           \
-    }                                                                                        \
-  }
-  const auto& t = kDispatchTable;
   const Case cases[] = {
-      CASE("Multiple origin", vtqStsErrNullPtr,
-           t.IntersectMultipleSO_32f[kPathU8](nullptr, b.Dir(), b.dist.data, b.Hit(), b.index.data,
-                                               o[0], size)),
-      CASE("Multiple direction", vtqStsErrNullPtr,
-           t.IntersectMultipleSO_32f[kPathU8](b.Org(), nullptr, b.dist.data, b.Hit(), b.index.data,
-                                               o[0], size)),
-      CASE("Multiple dist", vtqStsErrNullPtr,
-           t.IntersectMultipleSO_32f[kPathU8](b.Org(), b.Dir(), nullptr, b.Hit(), b.index.data,
-                                               o[0], size)),
-      CASE("Multiple hit", vtqStsErrNullPtr,
-           t.IntersectMultipleSO_32f[kPathU8](b.Org(), b.Dir(), b.dist.data, nullptr, b.index.data,
-                                               o[0], size)),
-      CASE("Multiple index", vtqStsErrNullPtr,
-           t.IntersectMultipleSO_32f[kPathU8](b.Org(), b.Dir(), b.dist.data, b.Hit(), nullptr,
-                                               o[0], size)),
-      CASE("Multiple context", vtqStsErrNullPtr,
-           t.IntersectMultipleSO_32f[kPathU8](b.Org(), b.Dir(), b.dist.data, b.Hit(), b.index.data,
-                                               nullptr, size)),
-      CASE("Any direction", vtqStsErrNullPtr,
-           t.IntersectAnySO_32f[kPathU8](e, nullptr, b.dist.data, b.index.data, size, o[0])),
-      CASE("Any dist", vtqStsErrNullPtr,
-           t.IntersectAnySO_32f[kPathU8](e, b.Dir(), nullptr, b.index.data, size, o[0])),
-      CASE("Any mask", vtqStsErrNullPtr,
-           t.IntersectAnySO_32f[kPathU8](e, b.Dir(), b.dist.data, nullptr, size, o[0])),
-      CASE("Any context", vtqStsErrNullPtr,
-           t.IntersectAnySO_32f[kPathU8](e, b.Dir(), b.dist.data, b.index.data, size, nullptr)),
-      CASE("MO origin", vtqStsErrNullPtr,
-           t.IntersectMO_32f[kPathU8](nullptr, b.Dir(), b.dist.data, b.Hit(), b.index.data,
-                                      b.object.data, o, nullptr, n, size)),
-      CASE("MO direction", vtqStsErrNullPtr,
-           t.IntersectMO_32f[kPathU8](b.Org(), nullptr, b.dist.data, b.Hit(), b.index.data,
-                                      b.object.data, o, nullptr, n, size)),
-      CASE("MO dist", vtqStsErrNullPtr,
-           t.IntersectMO_32f[kPathU8](b.Org(), b.Dir(), nullptr, b.Hit(), b.index.data,
-                                      b.object.data, o, nullptr, n, size)),
-      CASE("MO hit", vtqStsErrNullPtr,
-           t.IntersectMO_32f[kPathU8](b.Org(), b.Dir(), b.dist.data, nullptr, b.index.data,
-                                      b.object.data, o, nullptr, n, size)),
-      CASE("MO index", vtqStsErrNullPtr,
-           t.IntersectMO_32f[kPathU8](b.Org(), b.Dir(), b.dist.data, b.Hit(), nullptr,
-                                      b.object.data, o, nullptr, n, size)),
-      CASE("MO object", vtqStsErrNullPtr,
-           t.IntersectMO_32f[kPathU8](b.Org(), b.Dir(), b.dist.data, b.Hit(), b.index.data,
-                                      nullptr, o, nullptr, n, size)),
-      CASE("MO context array before a negative count", vtqStsErrNullPtr,
-           t.IntersectMO_32f[kPathU8](b.Org(), b.Dir(), b.dist.data, b.Hit(), b.index.data,
-                                      b.object.data, nullptr, nullptr, -1, size)),
-      CASE("MO negative count before a null context", vtqStsErrSize,
-           t.IntersectMO_32f[kPathU8](b.Org(), b.Dir(), b.dist.data, b.Hit(), b.index.data,
-                                      b.object.data, o, nullptr, -1, size)),
-      CASE("MO null context before an empty block", vtqStsErrNullPtr,
-           t.IntersectMO_32f[kPathU8](b.Org(), b.Dir(), b.dist.data, b.Hit(), b.index.data,
-                                      b.object.data, o, nullptr, 2, (VtqSize{0, 4}))),
-      CASE("Eye, empty block", vtqStsOk,
-           t.IntersectEyeSO_32f[kPathU8](e, b.Dir(), b.dist.data, b.Hit(), b.index.data, o[0],
-                                         (VtqSize{4, 0}))),
-      CASE("Multiple, empty block", vtqStsOk,
-           t.IntersectMultipleSO_32f[kPathU8](b.Org(), b.Dir(), b.dist.data, b.Hit(), b.index.data,
-                                               o[0], (VtqSize{-4, 4}))),
-      CASE("Any, empty block", vtqStsOk,
-           t.IntersectAnySO_32f[kPathU8](e, b.Dir(), b.dist.data, b.index.data, (VtqSize{4, -1}),
-                                         o[0])),
-      CASE("MO, empty block", vtqStsOk,
-           t.IntersectMO_32f[kPathU8](b.Org(), b.Dir(), b.dist.data, b.Hit(), b.index.data,
-                                      b.object.data, o, nullptr, n, (VtqSize{0, 0}))),
+      {"Multiple", &multiple, 6, objects, 2, {4, 4}, vtqStsErrNullPtr},
+      {"Any", &any, 4, objects, 2, {4, 4}, vtqStsErrNullPtr},
+      {"MO", &mo, 7, objects, -1, {4, 4}, vtqStsErrNullPtr},  // before the count
+      {"MO negative count before a null entry", &mo, 0, withNull, -1, {4, 4}, vtqStsErrSize},
+      {"MO null entry before an empty block", &mo, 0, withNull, 2, {0, 4}, vtqStsErrNullPtr},
+      {"MO empty block", &mo, 0, objects, 2, {4, 0}, vtqStsOk},
+      {"Multiple empty block", &multiple, 0, objects, 2, {-4, 4}, vtqStsOk},
+      {"Any empty block", &any, 0, objects, 2, {4, -1}, vtqStsOk},
+      {"Eye empty block", &eyeRays, 0, objects, 2, {0, 0}, vtqStsOk},
   };
-#undef CASE
   for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    RayBlock b(4, 4);
-    for (size_t i = 0; i < b.Count(); ++i) {
-      for (int a = 0; a < 3; ++a) b.dir[a][i] = -eye[a];
+    for (int n = c.nulls == 0 ? -1 : 0; n < c.nulls; ++n) {
+      SCOPED_TRACE(::testing::Message() << c.name << ", null parameter " << n);
+      RayBlock b(4, 4);
+      for (size_t i = 0; i < b.Count(); ++i) b.dir[2][i] = -1.0f;
+      RayBlock before = b.CopyAt(0);
+      EXPECT_EQ(c.expected, (*c.call)(b, n, c.contexts, c.count, c.size));
+      EXPECT_TRUE(SameResults(before, b));
     }
-    RayBlock before = b.CopyAt(0);
-    const bool nullEntry = std::string(c.name).find("null context") != std::string::npos;
-    EXPECT_EQ(c.expected, c.run(b, eye, nullEntry ? withNull : objects, 2, b.Size()));
-    EXPECT_TRUE(SameResults(before, b));
   }
 }
 

@@ -1,6 +1,6 @@
 // Shared by the intersection tests: objects built through the library (records, box, tree),
-// blocks of rays with their per-ray arrays at a chosen alignment, cameras that aim at a mesh,
-// and a brute-force reference that runs the triangle test over every triangle.
+// blocks of rays with their per-ray arrays at a chosen alignment, the ray sets that make walks
+// diverge, and a brute-force reference that runs the triangle test over every triangle.
 #ifndef VTQR_TESTS_RAYCAST_INTERSECT_SCENE_H_
 #define VTQR_TESTS_RAYCAST_INTERSECT_SCENE_H_
 
@@ -13,6 +13,7 @@
 #include <memory>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "test_util.h"
@@ -43,6 +44,7 @@ struct Object {
     tree.reset(root);
     context = {box, accel.data(), root};
   }
+  Object(const Object&) = delete;  // the context points into the object itself
   struct FreeTree {
     void operator()(VtqrKDTreeNode* t) const { kDispatchTable.KDTreeFree[kPathU8](t); }
   };
@@ -87,58 +89,50 @@ struct Plane {
 // of 4), 1 forces the one-ray path.
 struct RayBlock {
   RayBlock(int w, int h, size_t offset = 0)
-      : width(w), height(h), org(3, Plane<float>(Count(), offset)),
-        dir(3, Plane<float>(Count(), offset)), dist(Count(), offset), u(Count(), offset),
-        v(Count(), offset), index(Count(), offset), object(Count(), offset) {
-    for (size_t i = 0; i < Count(); ++i) {
-      dist[i] = kInf;
-      u[i] = v[i] = Sentinel();
-      index[i] = object[i] = 0x5A5A5A5A;
+      : width(w), height(h), f(9, Plane<float>(Count(), offset)),
+        i(2, Plane<int32_t>(Count(), offset)) {
+    for (size_t k = 0; k < Count(); ++k) {
+      dist[k] = kInf;
+      u[k] = v[k] = Sentinel();
+      index[k] = object[k] = 0x5A5A5A5A;
     }
   }
+  // The named planes below refer into f and i, whose buffers a move hands over; a copy would
+  // not, so blocks are only moved (CopyAt makes a real copy).
+  RayBlock(const RayBlock&) = delete;
+  RayBlock(RayBlock&&) = default;
   size_t Count() const { return static_cast<size_t>(width) * static_cast<size_t>(height); }
   VtqSize Size() const { return {width, height}; }
   // The same rays and inputs at another alignment.
   RayBlock CopyAt(size_t offset) const {
     RayBlock copy(width, height, offset);
-    for (size_t i = 0; i < Count(); ++i) {
-      for (int a = 0; a < 3; ++a) {
-        copy.org[a][i] = org[a].data[i];
-        copy.dir[a][i] = dir[a].data[i];
-      }
-      copy.dist[i] = dist.data[i];
-      copy.u[i] = u.data[i];
-      copy.v[i] = v.data[i];
-      copy.index[i] = index.data[i];
-      copy.object[i] = object.data[i];
-    }
+    for (size_t p = 0; p < f.size(); ++p) std::copy_n(f[p].data, Count(), copy.f[p].data);
+    for (size_t p = 0; p < i.size(); ++p) std::copy_n(i[p].data, Count(), copy.i[p].data);
     return copy;
   }
-  const float* const* Org() {
-    orgPtr[0] = org[0].data, orgPtr[1] = org[1].data, orgPtr[2] = org[2].data;
-    return orgPtr;
-  }
-  const float* const* Dir() {
-    dirPtr[0] = dir[0].data, dirPtr[1] = dir[1].data, dirPtr[2] = dir[2].data;
-    return dirPtr;
-  }
+  const float* const* Org() { return Pointers(0, orgPtr); }
+  const float* const* Dir() { return Pointers(3, dirPtr); }
   float* const* Hit() {
     hitPtr[0] = u.data, hitPtr[1] = v.data;
     return hitPtr;
   }
-
-  VtqStatus Eye(CodePath path, const float eye[3], const VtqrIntersectContext& object) {
-    return kDispatchTable.IntersectEyeSO_32f[path](eye, Dir(), dist.data, Hit(), index.data,
-                                                   &object, Size());
+  const float* const* Pointers(int first, const float* p[3]) {
+    for (int a = 0; a < 3; ++a) p[a] = f[first + a].data;
+    return p;
   }
-  VtqStatus Multiple(CodePath path, const VtqrIntersectContext& object) {
+
+  VtqStatus Eye(CodePath path, const float eye[3], const VtqrIntersectContext& ob) {
+    return kDispatchTable.IntersectEyeSO_32f[path](eye, Dir(), dist.data, Hit(), index.data, &ob,
+                                                   Size());
+  }
+  VtqStatus Multiple(CodePath path, const VtqrIntersectContext& ob) {
     return kDispatchTable.IntersectMultipleSO_32f[path](Org(), Dir(), dist.data, Hit(),
-                                                        index.data, &object, Size());
+                                                        index.data, &ob, Size());
   }
   // dist serves as each ray's end, index as the mask.
-  VtqStatus Any(CodePath path, const float origin[3], const VtqrIntersectContext& object) {
+  VtqStatus Any(CodePath path, const float origin[3], const VtqrIntersectContext& ob) {
     return kDispatchTable.IntersectAnySO_32f[path](origin, Dir(), dist.data, index.data, Size(),
-                                                   &object);
+                                                   &ob);
   }
   VtqStatus MO(CodePath path, const std::vector<const VtqrIntersectContext*>& objects,
                const std::vector<const float*>* transforms) {
@@ -149,9 +143,10 @@ struct RayBlock {
   }
 
   int width, height;
-  std::vector<Plane<float>> org, dir;
-  Plane<float> dist, u, v;
-  Plane<int32_t> index, object;
+  std::vector<Plane<float>> f;  // origin x, y, z, direction x, y, z, dist, u, v
+  std::vector<Plane<int32_t>> i;
+  Plane<float>*org = &f[0], *dir = &f[3], &dist = f[6], &u = f[7], &v = f[8];
+  Plane<int32_t>&index = i[0], &object = i[1];
   const float* orgPtr[3];
   const float* dirPtr[3];
   float* hitPtr[2];
@@ -159,62 +154,20 @@ struct RayBlock {
 
 // Every output of two blocks agrees bit for bit.
 inline ::testing::AssertionResult SameResults(RayBlock& expected, RayBlock& actual) {
-  for (size_t i = 0; i < expected.Count(); ++i) {
-    if (expected.index[i] != actual.index[i] || expected.object[i] != actual.object[i] ||
-        Bits(expected.dist[i]) != Bits(actual.dist[i]) ||
-        Bits(expected.u[i]) != Bits(actual.u[i]) || Bits(expected.v[i]) != Bits(actual.v[i])) {
-      return ::testing::AssertionFailure()
-             << "ray " << i << " (" << i % expected.width << ", " << i / expected.width
-             << "): expected triangle " << expected.index[i] << " object " << expected.object[i]
-             << " at " << HexBits(expected.dist[i]) << " u " << HexBits(expected.u[i]) << " v "
-             << HexBits(expected.v[i]) << ", got " << actual.index[i] << " object "
-             << actual.object[i] << " at " << HexBits(actual.dist[i]) << " u "
-             << HexBits(actual.u[i]) << " v " << HexBits(actual.v[i]);
+  for (size_t k = 0; k < expected.Count(); ++k) {
+    auto text = [k](RayBlock& b) {
+      return ::testing::Message() << "triangle " << b.index[k] << " object " << b.object[k]
+                                  << " at " << HexBits(b.dist[k]) << " u " << HexBits(b.u[k])
+                                  << " v " << HexBits(b.v[k]);
+    };
+    if (expected.index[k] != actual.index[k] || expected.object[k] != actual.object[k] ||
+        Bits(expected.dist[k]) != Bits(actual.dist[k]) ||
+        Bits(expected.u[k]) != Bits(actual.u[k]) || Bits(expected.v[k]) != Bits(actual.v[k])) {
+      return ::testing::AssertionFailure() << "ray " << k << ": expected " << text(expected)
+                                           << ", got " << text(actual);
     }
   }
   return ::testing::AssertionSuccess();
-}
-
-// A pinhole camera at `eye` looking at `target`, its image `span` wide at unit distance, as
-// the three vectors of vtqrCastEye_32f. `up` should not be parallel to the view.
-struct Camera {
-  float org[3], dW[3], dH[3];
-};
-inline Camera Aim(const float eye[3], const float target[3], float span, int width, int height,
-                  const float up[3]) {
-  double f[3], r[3], u[3];
-  for (int a = 0; a < 3; ++a) f[a] = double(target[a]) - eye[a];
-  auto normalize = [](double* x) {
-    const double n = std::sqrt(x[0] * x[0] + x[1] * x[1] + x[2] * x[2]);
-    for (int a = 0; a < 3; ++a) x[a] /= n;
-  };
-  normalize(f);
-  r[0] = f[1] * up[2] - f[2] * up[1];
-  r[1] = f[2] * up[0] - f[0] * up[2];
-  r[2] = f[0] * up[1] - f[1] * up[0];
-  normalize(r);
-  u[0] = r[1] * f[2] - r[2] * f[1];
-  u[1] = r[2] * f[0] - r[0] * f[2];
-  u[2] = r[0] * f[1] - r[1] * f[0];
-  Camera c;
-  const double step = span / width;
-  for (int a = 0; a < 3; ++a) {
-    c.dW[a] = static_cast<float>(r[a] * step);
-    c.dH[a] = static_cast<float>(-u[a] * step);
-    c.org[a] = static_cast<float>(f[a] - r[a] * step * width / 2 + u[a] * step * height / 2);
-  }
-  return c;
-}
-
-// Fills the block's directions with the camera's eye rays and every origin with the eye.
-inline void CastEyeRays(RayBlock& block, const Camera& camera, const float eye[3]) {
-  float* dst[3] = {block.dir[0].data, block.dir[1].data, block.dir[2].data};
-  const VtqSize size = block.Size();
-  EXPECT_EQ(vtqStsOk, kDispatchTable.CastEye_32f[kPathU8](camera.org, camera.dW, camera.dH, 0, 0,
-                                                          size, dst, size));
-  for (size_t i = 0; i < block.Count(); ++i) {
-    for (int a = 0; a < 3; ++a) block.org[a][i] = eye[a];
-  }
 }
 
 // Centre and half the diagonal of an object's box; the origin and 1 for the inverted box of an
@@ -232,6 +185,123 @@ inline void BoxCentre(const Object& object, float centre[3], float* radius) {
     sum += half * half;
   }
   *radius = static_cast<float>(std::sqrt(sum));
+}
+
+// A block of rays for one object, and the origin the functions with one origin use. When
+// `common`, every ray's own origin is that origin too.
+struct RaySet {
+  const char* name;
+  RayBlock block;
+  float origin[3];
+  bool common = true;
+};
+
+// Eye rays of a pinhole camera at `eye` aimed at the object's centre, its image `span` wide at
+// unit distance, through vtqrCastEye_32f.
+inline RaySet CameraRays(const char* name, const Object& object, const float eye[3], int size,
+                         float span) {
+  float centre[3], radius;
+  BoxCentre(object, centre, &radius);
+  RaySet set{name, RayBlock(size, size), {eye[0], eye[1], eye[2]}};
+  // The view, a right and an up vector: the right one perpendicular to the view and z.
+  const double f[3] = {double(centre[0]) - eye[0], double(centre[1]) - eye[1],
+                       double(centre[2]) - eye[2]};
+  const double n = std::sqrt(f[0] * f[0] + f[1] * f[1] + f[2] * f[2]);
+  double r[3] = {f[1], -f[0], 0.0};
+  const double rn = std::hypot(r[0], r[1]);
+  r[0] = rn == 0 ? 1.0 : r[0] / rn;
+  r[1] = rn == 0 ? 0.0 : r[1] / rn;
+  const double u[3] = {(r[1] * f[2]) / n, (-r[0] * f[2]) / n, (r[0] * f[1] - r[1] * f[0]) / n};
+  const double step = span / size;
+  float org[3], dW[3], dH[3];
+  for (int a = 0; a < 3; ++a) {
+    dW[a] = static_cast<float>(r[a] * step);
+    dH[a] = static_cast<float>(-u[a] * step);
+    org[a] = static_cast<float>(f[a] / n - (r[a] - u[a]) * step * size / 2);
+  }
+  float* dst[3] = {set.block.dir[0].data, set.block.dir[1].data, set.block.dir[2].data};
+  kDispatchTable.CastEye_32f[kPathU8](org, dW, dH, 0, 0, set.block.Size(), dst,
+                                      set.block.Size());
+  for (size_t i = 0; i < set.block.Count(); ++i) {
+    for (int a = 0; a < 3; ++a) set.block.org[a][i] = eye[a];
+  }
+  return set;
+}
+
+// Blocks that make the walks diverge: an eye on a split plane, rays inside split planes and
+// parallel to axes, an eye inside the box, origins on triangles, distances that cut walks
+// short, NaN, infinite, tiny and zero direction components, masked rays. Live masks are 0..4.
+inline std::vector<RaySet> RaySets(const Object& object, int size, uint32_t seed) {
+  float centre[3], radius;
+  BoxCentre(object, centre, &radius);
+  std::vector<RaySet> sets;
+  std::mt19937 rng(seed);
+  std::uniform_real_distribution<float> unit(-1.0f, 1.0f);
+
+  const float slanted[3] = {centre[0] + 1.1f * radius, centre[1] + 0.7f * radius,
+                            centre[2] + 1.9f * radius};
+  sets.push_back(CameraRays("slanted view", object, slanted, size, 1.1f));
+
+  // Down the z axis with a power-of-two pixel step, so that the centre row and column are
+  // exactly axis-parallel, from an eye moved onto the root's split plane (x or y).
+  float above[3] = {centre[0], centre[1], centre[2] + 2.5f * radius};
+  const VtqrKDTreeNode root = *object.context.pRootNode;
+  if (root.w0 >= 0 && (root.w0 & 3) != 2) above[root.w0 & 3] = FromBits(root.w1);
+  sets.push_back(CameraRays("down z from a split plane", object, above, size, 1.0f));
+  const float step = std::ldexp(1.0f, -std::ilogb(static_cast<float>(size)) - 1);
+  for (size_t i = 0; i < sets.back().block.Count(); ++i) {
+    sets.back().block.dir[0][i] = step * static_cast<float>(static_cast<int>(i) % size - size / 2);
+    sets.back().block.dir[1][i] = step * static_cast<float>(size / 2 - static_cast<int>(i) / size);
+    sets.back().block.dir[2][i] = -1.0f;
+  }
+
+  RaySet inside{"from inside", RayBlock(size, size), {centre[0], centre[1], centre[2]}};
+  for (size_t i = 0; i < inside.block.Count(); ++i) {
+    for (int a = 0; a < 3; ++a) {
+      inside.block.dir[a][i] = unit(rng);
+      inside.block.org[a][i] = centre[a];
+    }
+  }
+  sets.push_back(std::move(inside));
+
+  // Own origins: a triangle's vertex, the midpoint of its edge, or anywhere in the box.
+  if (object.mesh.TriCount() > 0) {
+    RaySet own{"own origins on triangles", RayBlock(size, size), {}, false};
+    std::uniform_int_distribution<int> pick(0, object.mesh.TriCount() - 1);
+    for (size_t i = 0; i < own.block.Count(); ++i) {
+      const int32_t* tri = &object.mesh.tri[4 * static_cast<size_t>(pick(rng))];
+      for (int a = 0; a < 3; ++a) {
+        const float p = object.mesh.vert[3 * static_cast<size_t>(tri[0]) + a];
+        const float q = object.mesh.vert[3 * static_cast<size_t>(tri[1]) + a];
+        own.block.org[a][i] = i % 3 == 0 ? p : i % 3 == 1 ? 0.5f * (p + q) : centre[a] + unit(rng) * radius;
+        own.block.dir[a][i] = centre[a] + unit(rng) * radius - own.block.org[a][i];
+      }
+    }
+    for (int a = 0; a < 3; ++a) own.origin[a] = own.block.org[a][0];
+    sets.push_back(std::move(own));
+  }
+
+  RaySet odd = CameraRays("inputs users send", object, slanted, size, 1.3f);
+  const float nan = FromBits(0x7FC00000u);
+  const float dists[] = {0.0f, -1.0f, nan, kInf, -0.0f};
+  const float components[] = {nan, kInf, -kInf, 0.0f, -0.0f, 1e-8f, -1.1920929e-7f, 1e30f};
+  const int32_t masks[] = {-1, -7, INT32_MIN};
+  std::uniform_int_distribution<int> pick(0, 15);
+  for (size_t i = 0; i < odd.block.Count(); ++i) {
+    const int k = pick(rng);
+    if (k < 5) odd.block.dist[i] = dists[k];
+    if (k >= 5 && k < 10) odd.block.dist[i] = (unit(rng) + 1.0f) * 2.0f * radius;
+    if (k >= 10) odd.block.dir[k % 3][i] = components[(k + static_cast<int>(i)) % 8];
+    if (k == 15) odd.block.dir[0][i] = odd.block.dir[1][i] = odd.block.dir[2][i] = 0.0f;
+    if (i % 3 == 0) odd.block.index[i] = masks[i % 9 / 3];
+  }
+  sets.push_back(std::move(odd));
+  for (RaySet& set : sets) {
+    for (size_t i = 0; i < set.block.Count(); ++i) {
+      if (set.block.index[i] >= 0) set.block.index[i] = static_cast<int32_t>(i % 5);
+    }
+  }
+  return sets;
 }
 
 // The triangle test as the library documents it, evaluated in the test on record `tri`: returns

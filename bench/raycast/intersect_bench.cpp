@@ -31,7 +31,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/mesh/mesh_loader.h"
+#include "support/mesh_loader.h"
 #include "vtqcore.h"
 #include "vtqr.h"
 

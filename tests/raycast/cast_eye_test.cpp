@@ -31,7 +31,10 @@ float Start(int index, int extent) {
       static_cast<int32_t>(static_cast<uint32_t>(index) * static_cast<uint32_t>(extent)));
 }
 
-TEST(CastEye, MatchesTheDocumentedForms) {
+class CastEye : public PerPath {};
+VTQR_INSTANTIATE_PER_PATH(CastEye);
+
+TEST_P(CastEye, MatchesTheDocumentedForms) {
   const EyeCase cases[] = {
       {"first block, row base", 0, 0, {16, 16}, {16, 8}, 0},
       {"inner block, row base", 3, 2, {16, 8}, {16, 8}, 0},
@@ -44,8 +47,9 @@ TEST(CastEye, MatchesTheDocumentedForms) {
   };
   for (const EyeCase& c : cases) {
     const size_t count = static_cast<size_t>(c.blockSize.width) * c.blockSize.height;
-    for (CodePath path : kBothPaths) {
-      SCOPED_TRACE(::testing::Message() << c.name << " " << PathName(path));
+    {
+      const CodePath path = PerPath::path();
+      SCOPED_TRACE(c.name);
       std::vector<AlignedFloats> planes;
       for (int p = 0; p < 3; ++p) {
         planes.emplace_back(count + 4, c.offset);
@@ -80,7 +84,7 @@ TEST(CastEye, MatchesTheDocumentedForms) {
   }
 }
 
-TEST(CastEye, NullAndEmpty) {
+TEST_P(CastEye, NullAndEmpty) {
   AlignedFloats x(8), y(8), z(8);
   for (AlignedFloats* p : {&x, &y, &z}) std::fill(p->begin(), p->end(), Sentinel());
   float* dst[3] = {x.data(), y.data(), z.data()};
@@ -94,7 +98,8 @@ TEST(CastEye, NullAndEmpty) {
                {dst, {-4, 2}, vtqStsOk},
                {dst, {4, -1}, vtqStsOk}};
   for (const Case& c : cases) {
-    for (CodePath path : kBothPaths) {
+    {
+      const CodePath path = PerPath::path();
       // The vectors are not tested: a null one goes unread when there is nothing to write.
       EXPECT_EQ(c.expected, kDispatchTable.CastEye_32f[path](nullptr, nullptr, nullptr, 0, 0,
                                                              {4, 2}, c.dst, c.size));

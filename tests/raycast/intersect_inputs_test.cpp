@@ -31,7 +31,10 @@ Mesh TwoSquares() {
   return mesh;
 }
 
-TEST(IntersectInputs, DefinedResults) {
+class IntersectInputs : public PerPath {};
+VTQR_INSTANTIATE_PER_PATH(IntersectInputs);
+
+TEST_P(IntersectInputs, DefinedResults) {
   const float nan = FromBits(0x7FC00000u);
   struct Case {
     const char* name;
@@ -72,9 +75,10 @@ TEST(IntersectInputs, DefinedResults) {
         ASSERT_TRUE(RefTriangleTest(object.accel[static_cast<size_t>(c.expected)], c.origin,
                                     c.dir, &hit));
       }
-      for (CodePath path : kBothPaths) {
+      {
+        const CodePath path = PerPath::path();
         for (size_t offset : {0, 1}) {
-          SCOPED_TRACE(::testing::Message() << c.name << ", " << PathName(path) << " offset "
+          SCOPED_TRACE(::testing::Message() << c.name << ", offset "
                                             << offset << " tree " << std::hex << algorithm);
           RayBlock eye = rays.CopyAt(offset), multiple = rays.CopyAt(offset);
           RayBlock any = rays.CopyAt(offset);
@@ -104,30 +108,31 @@ T Or(int nullParam, int param, T pointer) {
 
 // Pointer arguments are tested for null in argument order, then the object count, then the
 // context entries; an empty block comes last. A failed check writes nothing.
-TEST(IntersectInputs, ArgumentChecks) {
+TEST_P(IntersectInputs, ArgumentChecks) {
   const Object object(UvSphere(8, 8));
   const float eye[3] = {0.0f, 0.0f, 3.0f};
   const auto& t = kDispatchTable;
+  const CodePath path = PerPath::path();
   // Each function with parameter n (argument order, counting pointers only) made null, the
   // context entries, the object count and the block size as given.
   using Call = std::function<VtqStatus(RayBlock&, int n, const VtqrIntersectContext* const*,
                                        int count, VtqSize)>;
   const Call multiple = [&](RayBlock& b, int n, auto o, int, VtqSize size) {
-    return t.IntersectMultipleSO_32f[kPathU8](Or(n, 0, b.Org()), Or(n, 1, b.Dir()),
+    return t.IntersectMultipleSO_32f[path](Or(n, 0, b.Org()), Or(n, 1, b.Dir()),
                                               Or(n, 2, b.dist.data), Or(n, 3, b.Hit()),
                                               Or(n, 4, b.index.data), Or(n, 5, o[0]), size);
   };
   const Call any = [&](RayBlock& b, int n, auto o, int, VtqSize size) {
-    return t.IntersectAnySO_32f[kPathU8](eye, Or(n, 0, b.Dir()), Or(n, 1, b.dist.data),
+    return t.IntersectAnySO_32f[path](eye, Or(n, 0, b.Dir()), Or(n, 1, b.dist.data),
                                          Or(n, 2, b.index.data), size, Or(n, 3, o[0]));
   };
   const Call mo = [&](RayBlock& b, int n, auto o, int count, VtqSize size) {
-    return t.IntersectMO_32f[kPathU8](Or(n, 0, b.Org()), Or(n, 1, b.Dir()), Or(n, 2, b.dist.data),
+    return t.IntersectMO_32f[path](Or(n, 0, b.Org()), Or(n, 1, b.Dir()), Or(n, 2, b.dist.data),
                                       Or(n, 3, b.Hit()), Or(n, 4, b.index.data),
                                       Or(n, 5, b.object.data), Or(n, 6, o), nullptr, count, size);
   };
   const Call eyeRays = [&](RayBlock& b, int, auto o, int, VtqSize size) {
-    return t.IntersectEyeSO_32f[kPathU8](eye, b.Dir(), b.dist.data, b.Hit(), b.index.data, o[0],
+    return t.IntersectEyeSO_32f[path](eye, b.Dir(), b.dist.data, b.Hit(), b.index.data, o[0],
                                          size);
   };
   const VtqrIntersectContext* objects[2] = {&object.context, &object.context};

@@ -33,7 +33,10 @@ const Scene kScenes[] = {
 // side it can only find the triangle on its side, which the test (not watertight) may round
 // out: it may report a farther triangle or none. Such rays are accepted when the reported
 // triangle is hit as reported, and counted.
-TEST(IntersectEye, NearestEqualsBruteForce) {
+class IntersectEye : public PerPath {};
+VTQR_INSTANTIATE_PER_PATH(IntersectEye);
+
+TEST_P(IntersectEye, NearestEqualsBruteForce) {
   uint32_t seed = 1;
   for (const Scene& scene : kScenes) {
     const Object object(scene.mesh());
@@ -44,8 +47,8 @@ TEST(IntersectEye, NearestEqualsBruteForce) {
         SCOPED_TRACE(::testing::Message() << scene.name << ", " << set.name << ", offset "
                                           << offset);
         RayBlock got = rays.CopyAt(offset);
-        ASSERT_EQ(vtqStsOk, set.common ? got.Eye(kPathU8, set.origin, object.context)
-                                       : got.Multiple(kPathU8, object.context));
+        ASSERT_EQ(vtqStsOk, set.common ? got.Eye(path(), set.origin, object.context)
+                                       : got.Multiple(path(), object.context));
         int inPlane = 0;
         for (size_t i = 0; i < rays.Count(); ++i) {
           if (!set.common && rays.index[i] < 0) continue;  // masked out
@@ -84,7 +87,10 @@ TEST(IntersectEye, NearestEqualsBruteForce) {
 // vtqrIntersectEyeSO_32f, given a box that clips nothing and the ray's end as its distance,
 // finds a hit. Masked rays keep their value, occluded rays get -1, the others keep theirs.
 // Rays with their own origins equal eye rays when every origin is the eye.
-TEST(IntersectAnyAndMultiple, AgreeWithEyeRays) {
+class IntersectAnyAndMultiple : public PerPath {};
+VTQR_INSTANTIATE_PER_PATH(IntersectAnyAndMultiple);
+
+TEST_P(IntersectAnyAndMultiple, AgreeWithEyeRays) {
   const float everywhere[6] = {-kInf, -kInf, -kInf, kInf, kInf, kInf};
   uint32_t seed = 40;
   for (const Scene& scene : kScenes) {
@@ -100,7 +106,7 @@ TEST(IntersectAnyAndMultiple, AgreeWithEyeRays) {
         SCOPED_TRACE(::testing::Message() << scene.name << ", " << set.name << ", offset "
                                           << offset);
         RayBlock any = set.block.CopyAt(offset);
-        ASSERT_EQ(vtqStsOk, any.Any(kPathN8, set.origin, object.context));
+        ASSERT_EQ(vtqStsOk, any.Any(path(), set.origin, object.context));
         int occluded = 0;
         for (size_t i = 0; i < any.Count(); ++i) {
           const int32_t mask = set.block.index[i];
@@ -110,7 +116,7 @@ TEST(IntersectAnyAndMultiple, AgreeWithEyeRays) {
         EXPECT_GT(occluded, 0);
         if (!set.common) continue;
         RayBlock multiple = set.block.CopyAt(offset);
-        ASSERT_EQ(vtqStsOk, multiple.Multiple(kPathN8, object.context));
+        ASSERT_EQ(vtqStsOk, multiple.Multiple(path(), object.context));
         for (size_t i = 0; i < any.Count(); ++i) {  // masked rays keep their values
           if (set.block.index[i] >= 0) continue;
           nearest.index[i] = set.block.index[i];
@@ -127,7 +133,10 @@ TEST(IntersectAnyAndMultiple, AgreeWithEyeRays) {
 // with vtqrIntersectMultipleSO_32f on the transformed rays (the transform applied here as
 // documented), handing the distance on; and the same as casting each object separately and
 // keeping the nearest hit, ties to the lower object.
-TEST(IntersectMO, EqualsObjectsInTurnAndSeparately) {
+class IntersectMO : public PerPath {};
+VTQR_INSTANTIATE_PER_PATH(IntersectMO);
+
+TEST_P(IntersectMO, EqualsObjectsInTurnAndSeparately) {
   const Object sphere(UvSphere(24, 32, 1.0f)), soup(RandomSoup(2000, 5, 1.0f, 0.2f));
   const Object bunny(SharedMeshOr("stanford-bunny.obj", UvSphere(64, 64)));
   float c[3], r;
@@ -173,14 +182,11 @@ TEST(IntersectMO, EqualsObjectsInTurnAndSeparately) {
     int hits = 0;
     for (size_t i = 0; i < inTurn.Count(); ++i) hits += inTurn.object[i] > 0;
     EXPECT_GT(hits, 20);
-    for (CodePath path : kBothPaths) {
-      for (size_t offset : {0, 1}) {
-        SCOPED_TRACE(::testing::Message() << (xf ? "transformed " : "") << PathName(path)
-                                          << " offset " << offset);
-        RayBlock mo = set.block.CopyAt(offset);
-        ASSERT_EQ(vtqStsOk, mo.MO(path, objects, xf));
-        ASSERT_TRUE(SameResults(inTurn, mo));
-      }
+    for (size_t offset : {0, 1}) {
+      SCOPED_TRACE(::testing::Message() << (xf ? "transformed, " : "") << "offset " << offset);
+      RayBlock mo = set.block.CopyAt(offset);
+      ASSERT_EQ(vtqStsOk, mo.MO(path(), objects, xf));
+      ASSERT_TRUE(SameResults(inTurn, mo));
     }
   }
 }

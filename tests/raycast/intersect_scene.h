@@ -17,7 +17,7 @@
 #include <vector>
 
 #include "test_util.h"
-#include "tools/mesh/mesh_loader.h"
+#include "support/mesh_loader.h"
 #include "vtqr.h"
 
 namespace vtqr::test {

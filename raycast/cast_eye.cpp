@@ -20,8 +20,8 @@ float BlockStart(int index, int blockExtent) {
 }
 
 // One pixel at a time: D.c = (dH.c * (j + y0) + org.c) + dW.c * (i + x0).
-void CastEyePixels(const Vtq32f org[3], const Vtq32f dW[3], const Vtq32f dH[3], float x0,
-                   float y0, Vtq32f* const plane[3], VtqSize size) {
+void CastEyePixels(const Vtq32f org[3], const Vtq32f dW[3], const Vtq32f dH[3], float x0, float y0,
+                   Vtq32f* const plane[3], VtqSize size) {
   // Local copies: the planes' stores could alias the caller's vectors as far as the compiler
   // knows, which would reload them for every pixel.
   const float o[3] = {org[0], org[1], org[2]};
@@ -40,8 +40,8 @@ void CastEyePixels(const Vtq32f org[3], const Vtq32f dW[3], const Vtq32f dH[3], 
 // Four pixels at a time (width a multiple of 4): D.c = dW.c * i + B.c, the row base
 // B.c = (dH.c * y0 + org.c) + dW.c * x0 advanced by dH.c per row and i counted in float.
 template <class Lanes>
-void CastEyeRows(const Vtq32f org[3], const Vtq32f dW[3], const Vtq32f dH[3], float x0,
-                 float y0, Vtq32f* const plane[3], VtqSize size) {
+void CastEyeRows(const Vtq32f org[3], const Vtq32f dW[3], const Vtq32f dH[3], float x0, float y0,
+                 Vtq32f* const plane[3], VtqSize size) {
   __m128 base[3], stepW[3], stepH[3];
   for (int c = 0; c < 3; ++c) {
     base[c] = _mm_set1_ps(dH[c] * y0 + org[c] + dW[c] * x0);

@@ -5,9 +5,8 @@
 
 VTQR_PATH_BEGIN
 
-VtqStatus IntersectMultipleSO_32f(const Vtq32f* const pOrigin[3],
-                                  const Vtq32f* const pDirection[3], Vtq32f* pDist,
-                                  Vtq32f* const pHit[2], Vtq32s* pTrianIndex,
+VtqStatus IntersectMultipleSO_32f(const Vtq32f* const pOrigin[3], const Vtq32f* const pDirection[3],
+                                  Vtq32f* pDist, Vtq32f* const pHit[2], Vtq32s* pTrianIndex,
                                   const VtqrIntersectContext* pContext, VtqSize blockSize) {
   using namespace rays;
   if (pOrigin == nullptr || pDirection == nullptr || pDist == nullptr || pHit == nullptr ||
@@ -20,9 +19,9 @@ VtqStatus IntersectMultipleSO_32f(const Vtq32f* const pOrigin[3],
   const Planes3<const Vtq32f> dir(pDirection);
   const NearestPlanes out{pDist, pHit[0], pHit[1], pTrianIndex};
   const VtqrIntersectContext object = *pContext;
-  const bool tiles =
-      TilesApply(blockSize, {org.plane[0], org.plane[1], org.plane[2], dir.plane[0],
-                             dir.plane[1], dir.plane[2], out.dist, out.u, out.v, out.index});
+  const bool tiles = TilesApply(blockSize,
+                                {org.plane[0], org.plane[1], org.plane[2], dir.plane[0],
+                                 dir.plane[1], dir.plane[2], out.dist, out.u, out.v, out.index});
   ForEachRayGroup(blockSize, tiles, [&](auto lanes, auto at) {
     using L = decltype(lanes);
     // A negative triangle number masks the ray out; it keeps all its values.

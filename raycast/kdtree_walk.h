@@ -52,8 +52,8 @@
 
 #include "accel/kdtree_node.h"
 #include "frame/code_path.h"
-#include "raycast/ray_lanes.h"
 #include "raycast/hit_keep.h"
+#include "raycast/ray_lanes.h"
 #include "raycast/triangle_test.h"
 #include "vtqr/raycast.h"
 

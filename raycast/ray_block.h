@@ -54,8 +54,7 @@ struct Planes3 {
 // Origins and directions of the rays at `at`; a common origin goes to every lane.
 template <class L>
 [[gnu::always_inline]] inline void LoadRays(RayAxes<L>& ray, const Planes3<const Vtq32f>& org,
-                                            const Planes3<const Vtq32f>& dir,
-                                            typename L::At at) {
+                                            const Planes3<const Vtq32f>& dir, typename L::At at) {
   for (int axis = 0; axis < 3; ++axis) {
     ray.org[axis] = L::Load(org.plane[axis], at);
     ray.dir[axis] = L::Load(dir.plane[axis], at);
@@ -65,8 +64,7 @@ template <class L>
 }
 template <class L>
 [[gnu::always_inline]] inline void LoadRays(RayAxes<L>& ray, const float origin[3],
-                                            const Planes3<const Vtq32f>& dir,
-                                            typename L::At at) {
+                                            const Planes3<const Vtq32f>& dir, typename L::At at) {
   for (int axis = 0; axis < 3; ++axis) {
     ray.org[axis] = origin[axis];
     ray.dir[axis] = L::Load(dir.plane[axis], at);
@@ -93,7 +91,7 @@ struct NearestPlanes {
 // weights, which a miss hands back unchanged; the triangle number starts as -1.
 template <class L>
 [[gnu::always_inline]] inline KeepNearest<L> LoadNearest(const NearestPlanes& out,
-                                                          typename L::At at) {
+                                                         typename L::At at) {
   return {L::Load(out.dist, at), L::Load(out.u, at), L::Load(out.v, at), -1};
 }
 

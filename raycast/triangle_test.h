@@ -57,10 +57,14 @@ struct Coefficients {
     return F4(_mm_castsi128_ps(_mm_shuffle_epi32(words, decltype(k)::value * 0x55)));
   };
   using std::integral_constant;
-  return {lane(low, integral_constant<int, 0>{}),  lane(low, integral_constant<int, 1>{}),
-          lane(low, integral_constant<int, 2>{}),  lane(low, integral_constant<int, 3>{}),
-          lane(high, integral_constant<int, 0>{}), lane(high, integral_constant<int, 1>{}),
-          lane(high, integral_constant<int, 2>{}), lane(high, integral_constant<int, 3>{}),
+  return {lane(low, integral_constant<int, 0>{}),
+          lane(low, integral_constant<int, 1>{}),
+          lane(low, integral_constant<int, 2>{}),
+          lane(low, integral_constant<int, 3>{}),
+          lane(high, integral_constant<int, 0>{}),
+          lane(high, integral_constant<int, 1>{}),
+          lane(high, integral_constant<int, 2>{}),
+          lane(high, integral_constant<int, 3>{}),
           F4(tri.e1v)};
 }
 

@@ -77,8 +77,13 @@ struct Array {
 // The per-ray arrays of the whole frame, block after block (block b's rays at b * 4096).
 struct FrameRays {
   explicit FrameRays(size_t offset)
-      : dx(kRays, offset), dy(kRays, offset), dz(kRays, offset), dist(kRays, offset),
-        u(kRays, offset), v(kRays, offset), index(kRays, offset) {}
+      : dx(kRays, offset),
+        dy(kRays, offset),
+        dz(kRays, offset),
+        dist(kRays, offset),
+        u(kRays, offset),
+        v(kRays, offset),
+        index(kRays, offset) {}
   Array<float> dx, dy, dz, dist, u, v;
   Array<int32_t> index;
 };
@@ -119,8 +124,8 @@ bool Prepare(Scene* s) {
   vtqrSetBoundBox_32f(s->mesh.vert.data(), s->mesh.VertCount(), s->box);
   VtqrKDTreeBuildParams params{KDTreeAlgSAH, 50, 0.0f, 2047, 0};
   int size = 0;
-  if (vtqrKDTreeBuildAlloc(&s->tree, s->mesh.vert.data(), s->mesh.tri.data(),
-                           s->mesh.VertCount(), tris, &size, &params) != vtqStsOk) {
+  if (vtqrKDTreeBuildAlloc(&s->tree, s->mesh.vert.data(), s->mesh.tri.data(), s->mesh.VertCount(),
+                           tris, &size, &params) != vtqStsOk) {
     return false;
   }
   s->context = {s->box, s->accel.data(), s->tree};
@@ -222,8 +227,8 @@ void PrepareShadows(Scene* s) {
     const float* cnormal[3] = {nx.data, ny.data, nz.data};
     const float* hit[3] = {hx.data, hy.data, hz.data};
     float* sdir[3] = {s->sx->data + first, s->sy->data + first, s->sz->data + first};
-    vtqrCastShadowSO_32f(s->light, eyeDot.data, cnormal, hit, s->smask->data + first,
-                         dstDot.data, sdir, kBlockRays);
+    vtqrCastShadowSO_32f(s->light, eyeDot.data, cnormal, hit, s->smask->data + first, dstDot.data,
+                         sdir, kBlockRays);
   }
   s->shadowRays = std::count_if(s->smask->data, s->smask->data + kRays,
                                 [](int32_t m) { return m >= 0; });
@@ -268,8 +273,8 @@ void BuildEmbree(Scene* s) {
   rtcSetSceneBuildQuality(s->embree, RTC_BUILD_QUALITY_HIGH);
   RTCGeometry g = rtcNewGeometry(gDevice, RTC_GEOMETRY_TYPE_TRIANGLE);
   rtcSetGeometryBuildQuality(g, RTC_BUILD_QUALITY_HIGH);
-  rtcSetSharedGeometryBuffer(g, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3, kept.back().data(),
-                             0, 12, s->mesh.VertCount());
+  rtcSetSharedGeometryBuffer(g, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3, kept.back().data(), 0,
+                             12, s->mesh.VertCount());
   rtcSetSharedGeometryBuffer(g, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3, s->mesh.tri.data(), 0,
                              16, s->mesh.TriCount());
   rtcCommitGeometry(g);
@@ -452,20 +457,15 @@ void Run(benchmark::State& state, Scene* s, const char* method) {
     } else if (m == "emb 1") {
       EmbreeFrame1(s, nullptr);
     } else if (m == "emb 4") {
-      EmbreeFramePackets<4, 2, RTCRayHit4>(s, [](const int* v, RTCScene sc,
-                                                 RTCIntersectContext* c, RTCRayHit4* r) {
-        rtcIntersect4(v, sc, c, r);
-      });
+      EmbreeFramePackets<4, 2, RTCRayHit4>(s, [](const int* v, RTCScene sc, RTCIntersectContext* c,
+                                                 RTCRayHit4* r) { rtcIntersect4(v, sc, c, r); });
     } else if (m == "emb 8") {
-      EmbreeFramePackets<8, 4, RTCRayHit8>(s, [](const int* v, RTCScene sc,
-                                                 RTCIntersectContext* c, RTCRayHit8* r) {
-        rtcIntersect8(v, sc, c, r);
-      });
+      EmbreeFramePackets<8, 4, RTCRayHit8>(s, [](const int* v, RTCScene sc, RTCIntersectContext* c,
+                                                 RTCRayHit8* r) { rtcIntersect8(v, sc, c, r); });
     } else if (m == "emb 16") {
-      EmbreeFramePackets<16, 4, RTCRayHit16>(s, [](const int* v, RTCScene sc,
-                                                   RTCIntersectContext* c, RTCRayHit16* r) {
-        rtcIntersect16(v, sc, c, r);
-      });
+      EmbreeFramePackets<16, 4, RTCRayHit16>(s,
+                                             [](const int* v, RTCScene sc, RTCIntersectContext* c,
+                                                RTCRayHit16* r) { rtcIntersect16(v, sc, c, r); });
     } else if (m == "emb occ 1") {
       EmbreeOccluded1(s, nullptr);
     } else if (m == "emb occ 16") {
@@ -489,8 +489,7 @@ double Rate(const Scene& s, const char* m, bool shadow = false) {
 }
 
 void PrintSummary() {
-  std::printf("\nMrays/s, medians of 5 frames of %dx%d, one thread unless noted\n", kImage,
-              kImage);
+  std::printf("\nMrays/s, medians of 5 frames of %dx%d, one thread unless noted\n", kImage, kImage);
   std::printf("%-20s %9s %6s %7s %7s %7s %7s %7s", "mesh", "triangles", "hit%", "kd 1", "kd 4",
               "kd any", "kd4 x2", "scale");
 #if defined(VTQR_BENCH_EMBREE)
@@ -502,17 +501,17 @@ void PrintSummary() {
     const Scene& s = *sp;
     const double one = Rate(s, "kd 1"), four = Rate(s, "kd 4"), any = Rate(s, "kd any", true);
     const double two = Rate(s, "kd 4 x2");
-    std::printf("%-20s %9d %6.1f %7.2f %7.2f %7.2f %7.2f %7.2f", s.name.c_str(),
-                s.mesh.TriCount(), 100.0 * static_cast<double>(s.hits) / kRays, one, four, any,
-                two, four > 0 ? two / four : 0.0);
+    std::printf("%-20s %9d %6.1f %7.2f %7.2f %7.2f %7.2f %7.2f", s.name.c_str(), s.mesh.TriCount(),
+                100.0 * static_cast<double>(s.hits) / kRays, one, four, any, two,
+                four > 0 ? two / four : 0.0);
 #if defined(VTQR_BENCH_EMBREE)
     const double e1 = Rate(s, "emb 1"), e4 = Rate(s, "emb 4"), e8 = Rate(s, "emb 8"),
                  e16 = Rate(s, "emb 16"), o1 = Rate(s, "emb occ 1", true),
                  o16 = Rate(s, "emb occ 16", true);
     const double best = std::max({e1, e4, e8, e16});
     std::printf(" %7.2f %7.2f %7.2f %7.2f %7.2f %7.2f | %6.2f %6.2f %6.2f %8.2f", e1, e4, e8, e16,
-                o1, o16, e1 > 0 ? one / e1 : 0, e4 > 0 ? four / e4 : 0,
-                best > 0 ? four / best : 0, o16 > 0 ? any / o16 : 0);
+                o1, o16, e1 > 0 ? one / e1 : 0, e4 > 0 ? four / e4 : 0, best > 0 ? four / best : 0,
+                o16 > 0 ? any / o16 : 0);
 #endif
     std::printf("\n");
   }
@@ -520,7 +519,8 @@ void PrintSummary() {
   std::printf("\nResult check against Embree (primary rays; shadow rays occluded)\n");
   for (const auto& sp : gScenes) {
     std::printf("%-20s", sp->name.c_str());
-    for (const auto& [kind, count] : sp->counts) std::printf("  %s %lld", kind.c_str(), (long long)count);
+    for (const auto& [kind, count] : sp->counts)
+      std::printf("  %s %lld", kind.c_str(), (long long)count);
     std::printf("\n");
   }
 #endif

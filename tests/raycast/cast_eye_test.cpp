@@ -57,7 +57,7 @@ TEST_P(CastEye, MatchesTheDocumentedForms) {
       }
       float* dst[3] = {planes[0].data(), planes[1].data(), planes[2].data()};
       ASSERT_EQ(vtqStsOk, kDispatchTable.CastEye_32f[path](kOrg, kDW, kDH, c.wB, c.hB, c.cBlock,
-                                                          dst, c.blockSize));
+                                                           dst, c.blockSize));
       const float x0 = Start(c.wB, c.cBlock.width), y0 = Start(c.hB, c.cBlock.height);
       const bool rowBase = c.blockSize.width % 4 == 0;
       for (int comp = 0; comp < 3; ++comp) {

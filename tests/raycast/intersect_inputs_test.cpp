@@ -72,14 +72,14 @@ TEST_P(IntersectInputs, DefinedResults) {
       }
       RefHit hit{c.dist, Sentinel(), Sentinel()};
       if (c.expected >= 0) {
-        ASSERT_TRUE(RefTriangleTest(object.accel[static_cast<size_t>(c.expected)], c.origin,
-                                    c.dir, &hit));
+        ASSERT_TRUE(
+            RefTriangleTest(object.accel[static_cast<size_t>(c.expected)], c.origin, c.dir, &hit));
       }
       {
         const CodePath path = PerPath::path();
         for (size_t offset : {0, 1}) {
-          SCOPED_TRACE(::testing::Message() << c.name << ", offset "
-                                            << offset << " tree " << std::hex << algorithm);
+          SCOPED_TRACE(::testing::Message()
+                       << c.name << ", offset " << offset << " tree " << std::hex << algorithm);
           RayBlock eye = rays.CopyAt(offset), multiple = rays.CopyAt(offset);
           RayBlock any = rays.CopyAt(offset);
           ASSERT_EQ(vtqStsOk, eye.Eye(path, c.origin, object.context));
@@ -119,21 +119,20 @@ TEST_P(IntersectInputs, ArgumentChecks) {
                                        int count, VtqSize)>;
   const Call multiple = [&](RayBlock& b, int n, auto o, int, VtqSize size) {
     return t.IntersectMultipleSO_32f[path](Or(n, 0, b.Org()), Or(n, 1, b.Dir()),
-                                              Or(n, 2, b.dist.data), Or(n, 3, b.Hit()),
-                                              Or(n, 4, b.index.data), Or(n, 5, o[0]), size);
+                                           Or(n, 2, b.dist.data), Or(n, 3, b.Hit()),
+                                           Or(n, 4, b.index.data), Or(n, 5, o[0]), size);
   };
   const Call any = [&](RayBlock& b, int n, auto o, int, VtqSize size) {
     return t.IntersectAnySO_32f[path](eye, Or(n, 0, b.Dir()), Or(n, 1, b.dist.data),
-                                         Or(n, 2, b.index.data), size, Or(n, 3, o[0]));
+                                      Or(n, 2, b.index.data), size, Or(n, 3, o[0]));
   };
   const Call mo = [&](RayBlock& b, int n, auto o, int count, VtqSize size) {
     return t.IntersectMO_32f[path](Or(n, 0, b.Org()), Or(n, 1, b.Dir()), Or(n, 2, b.dist.data),
-                                      Or(n, 3, b.Hit()), Or(n, 4, b.index.data),
-                                      Or(n, 5, b.object.data), Or(n, 6, o), nullptr, count, size);
+                                   Or(n, 3, b.Hit()), Or(n, 4, b.index.data),
+                                   Or(n, 5, b.object.data), Or(n, 6, o), nullptr, count, size);
   };
   const Call eyeRays = [&](RayBlock& b, int, auto o, int, VtqSize size) {
-    return t.IntersectEyeSO_32f[path](eye, b.Dir(), b.dist.data, b.Hit(), b.index.data, o[0],
-                                         size);
+    return t.IntersectEyeSO_32f[path](eye, b.Dir(), b.dist.data, b.Hit(), b.index.data, o[0], size);
   };
   const VtqrIntersectContext* objects[2] = {&object.context, &object.context};
   const VtqrIntersectContext* withNull[2] = {&object.context, nullptr};

@@ -44,8 +44,8 @@ TEST_P(IntersectEye, NearestEqualsBruteForce) {
     for (RaySet& set : RaySets(object, scene.size, ++seed)) {
       RayBlock& rays = set.block;
       for (size_t offset : {0, 1}) {  // four-ray and one-ray paths
-        SCOPED_TRACE(::testing::Message() << scene.name << ", " << set.name << ", offset "
-                                          << offset);
+        SCOPED_TRACE(::testing::Message()
+                     << scene.name << ", " << set.name << ", offset " << offset);
         RayBlock got = rays.CopyAt(offset);
         ASSERT_EQ(vtqStsOk, set.common ? got.Eye(path(), set.origin, object.context)
                                        : got.Multiple(path(), object.context));
@@ -56,7 +56,8 @@ TEST_P(IntersectEye, NearestEqualsBruteForce) {
           const float d[3] = {rays.dir[0][i], rays.dir[1][i], rays.dir[2][i]};
           const RefNearest ref = BruteForce(object, e, d, rays.dist[i]);
           const bool parallel = std::fabs(d[0]) <= 1.1920929e-7f ||
-                                std::fabs(d[1]) <= 1.1920929e-7f || std::fabs(d[2]) <= 1.1920929e-7f;
+                                std::fabs(d[1]) <= 1.1920929e-7f ||
+                                std::fabs(d[2]) <= 1.1920929e-7f;
           const int32_t k = got.index[i];
           RefHit hit{rays.dist[i], Sentinel(), Sentinel()};
           if (k >= 0) {
@@ -103,8 +104,8 @@ TEST_P(IntersectAnyAndMultiple, AgreeWithEyeRays) {
       ASSERT_EQ(vtqStsOk, nearest.Eye(kPathU8, set.origin, object.context));
       ASSERT_EQ(vtqStsOk, unclippedNearest.Eye(kPathU8, set.origin, unclipped));
       for (size_t offset : {0, 1}) {
-        SCOPED_TRACE(::testing::Message() << scene.name << ", " << set.name << ", offset "
-                                          << offset);
+        SCOPED_TRACE(::testing::Message()
+                     << scene.name << ", " << set.name << ", offset " << offset);
         RayBlock any = set.block.CopyAt(offset);
         ASSERT_EQ(vtqStsOk, any.Any(path(), set.origin, object.context));
         int occluded = 0;
@@ -148,7 +149,7 @@ TEST_P(IntersectMO, EqualsObjectsInTurnAndSeparately) {
                                                             &bunny.context, &sphere.context};
   const std::vector<const float*> transforms = {nullptr, toSoup, toBunny, toSoup};
   RaySet set = std::move(RaySets(sphere, 32, 77)[3]);  // own origins all over
-  for (const std::vector<const float*>* xf : {&transforms, (decltype(&transforms)) nullptr}) {
+  for (const std::vector<const float*>* xf : {&transforms, (decltype(&transforms))nullptr}) {
     RayBlock inTurn = set.block.CopyAt(0), separate = set.block.CopyAt(0);
     for (size_t k = 0; k < objects.size(); ++k) {
       RayBlock local = inTurn.CopyAt(0), alone = set.block.CopyAt(0);
@@ -169,7 +170,8 @@ TEST_P(IntersectMO, EqualsObjectsInTurnAndSeparately) {
       }
       for (size_t i = 0; i < set.block.Count(); ++i) {
         if (set.block.index[i] < 0) continue;
-        if (k == 0) inTurn.index[i] = separate.index[i] = inTurn.object[i] = separate.object[i] = -1;
+        if (k == 0)
+          inTurn.index[i] = separate.index[i] = inTurn.object[i] = separate.object[i] = -1;
         auto keep = [&](RayBlock& into, RayBlock& from) {
           into.index[i] = from.index[i], into.object[i] = static_cast<int32_t>(k);
           into.dist[i] = from.dist[i], into.u[i] = from.u[i], into.v[i] = from.v[i];

@@ -16,8 +16,8 @@
 #include <utility>
 #include <vector>
 
-#include "test_util.h"
 #include "support/mesh_loader.h"
+#include "test_util.h"
 #include "vtqr.h"
 
 namespace vtqr::test {
@@ -89,7 +89,9 @@ struct Plane {
 // of 4), 1 forces the one-ray path.
 struct RayBlock {
   RayBlock(int w, int h, size_t offset = 0)
-      : width(w), height(h), f(9, Plane<float>(Count(), offset)),
+      : width(w),
+        height(h),
+        f(9, Plane<float>(Count(), offset)),
         i(2, Plane<int32_t>(Count(), offset)) {
     for (size_t k = 0; k < Count(); ++k) {
       dist[k] = kInf;
@@ -126,8 +128,8 @@ struct RayBlock {
                                                    Size());
   }
   VtqStatus Multiple(CodePath path, const VtqrIntersectContext& ob) {
-    return kDispatchTable.IntersectMultipleSO_32f[path](Org(), Dir(), dist.data, Hit(),
-                                                        index.data, &ob, Size());
+    return kDispatchTable.IntersectMultipleSO_32f[path](Org(), Dir(), dist.data, Hit(), index.data,
+                                                        &ob, Size());
   }
   // dist serves as each ray's end, index as the mask.
   VtqStatus Any(CodePath path, const float origin[3], const VtqrIntersectContext& ob) {
@@ -163,8 +165,8 @@ inline ::testing::AssertionResult SameResults(RayBlock& expected, RayBlock& actu
     if (expected.index[k] != actual.index[k] || expected.object[k] != actual.object[k] ||
         Bits(expected.dist[k]) != Bits(actual.dist[k]) ||
         Bits(expected.u[k]) != Bits(actual.u[k]) || Bits(expected.v[k]) != Bits(actual.v[k])) {
-      return ::testing::AssertionFailure() << "ray " << k << ": expected " << text(expected)
-                                           << ", got " << text(actual);
+      return ::testing::AssertionFailure()
+             << "ray " << k << ": expected " << text(expected) << ", got " << text(actual);
     }
   }
   return ::testing::AssertionSuccess();
@@ -220,8 +222,7 @@ inline RaySet CameraRays(const char* name, const Object& object, const float eye
     org[a] = static_cast<float>(f[a] / n - (r[a] - u[a]) * step * size / 2);
   }
   float* dst[3] = {set.block.dir[0].data, set.block.dir[1].data, set.block.dir[2].data};
-  kDispatchTable.CastEye_32f[kPathU8](org, dW, dH, 0, 0, set.block.Size(), dst,
-                                      set.block.Size());
+  kDispatchTable.CastEye_32f[kPathU8](org, dW, dH, 0, 0, set.block.Size(), dst, set.block.Size());
   for (size_t i = 0; i < set.block.Count(); ++i) {
     for (int a = 0; a < 3; ++a) set.block.org[a][i] = eye[a];
   }
@@ -273,7 +274,9 @@ inline std::vector<RaySet> RaySets(const Object& object, int size, uint32_t seed
       for (int a = 0; a < 3; ++a) {
         const float p = object.mesh.vert[3 * static_cast<size_t>(tri[0]) + a];
         const float q = object.mesh.vert[3 * static_cast<size_t>(tri[1]) + a];
-        own.block.org[a][i] = i % 3 == 0 ? p : i % 3 == 1 ? 0.5f * (p + q) : centre[a] + unit(rng) * radius;
+        own.block.org[a][i] = i % 3 == 0   ? p
+                              : i % 3 == 1 ? 0.5f * (p + q)
+                                           : centre[a] + unit(rng) * radius;
         own.block.dir[a][i] = centre[a] + unit(rng) * radius - own.block.org[a][i];
       }
     }
@@ -333,8 +336,7 @@ struct RefNearest {
   std::vector<int32_t> tied;
   std::vector<RefHit> hits;
 };
-inline RefNearest BruteForce(const Object& object, const float e[3], const float d[3],
-                             float dist) {
+inline RefNearest BruteForce(const Object& object, const float e[3], const float d[3], float dist) {
   RefNearest best;
   best.t = dist;
   for (int k = 0; k < object.mesh.TriCount(); ++k) {

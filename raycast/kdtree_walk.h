@@ -33,9 +33,10 @@
 //     A lane that is active has no such far-only entry pending: it became inactive when the
 //     entry was pushed and stays so until it is popped.
 //  4. At a leaf the active lanes test the leaf's triangles, in list order, with the same
-//     operations as one ray (the lane policies guarantee per-lane IEEE results). After the
-//     leaf each active lane applies its own termination rule; a finished lane is left out of
-//     every later entry.
+//     operations as one ray (the lane policies guarantee per-lane IEEE results); a lane that
+//     looks for any hit stops at its first, inside the leaf, as one ray does. After the leaf
+//     each active lane applies its own termination rule; a finished lane is left out of every
+//     later entry.
 // By induction over the packet's steps, every lane is active at exactly the nodes of its own
 // walk, in the same order and with the same tnear and tfar, and it tests the same triangles in
 // the same order against the same kept hit: hits, distances, weights and triangle numbers are
@@ -47,7 +48,6 @@
 #ifndef VTQR_RAYCAST_KDTREE_WALK_H_
 #define VTQR_RAYCAST_KDTREE_WALK_H_
 
-#include <bit>
 #include <cstdint>
 
 #include "accel/kdtree_node.h"

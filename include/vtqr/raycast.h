@@ -64,7 +64,10 @@ VTQR_API VtqStatus vtqrCastEye_32f(const Vtq32f imPlaneOrg[3], const Vtq32f dW[3
  * of the triangle's vertex 0 (index entry 0), and v = gamma / den, the weight of vertex 1;
  * vertex 2 has 1 - u - v: the barycentric planes that vtqrSurfSmoothNormal_32f reads.
  * The test is not watertight: a ray through an edge or vertex shared by two triangles may hit
- * both, one, or (rarely, by rounding) neither.
+ * both, one, or (rarely, by rounding) neither. A ray lying in a split plane of the tree (a
+ * direction component of at most 1.1920929e-7, the origin in the plane) is walked on one side
+ * of the plane only, so where it crosses an edge in that plane it sees only the triangle on its
+ * side, and passes through the surface when the test rounds that one out.
  *
  * Defined results for input users do send:
  *   - dist zero, negative or NaN: the ray misses (nothing can be nearer); +inf: unlimited.
@@ -108,10 +111,10 @@ VTQR_API VtqStatus vtqrIntersectEyeSO_32f(const Vtq32f originEye[3],
 /* Nearest hit of rays with their own origins (reflection rays, rays from hit points), the same
  * walk and test as vtqrIntersectEyeSO_32f with E = the ray's origin.
  *   pOrigin      P3 origins.
- *   pTrianIndex  in/out, the ray's mask: a ray whose value is negative is skipped and nothing
- *                of it is read or written (its value stays). Any other ray is cast and gets
- *                the triangle hit, or -1. Pass a copy of the eye rays' triangle numbers to
- *                cast only from surfaces that were hit, or zeros to cast every ray.
+ *   pTrianIndex  in/out, the ray's mask: a ray whose value is negative is skipped and keeps
+ *                all its values. Any other ray is cast and gets the triangle hit, or -1. Pass
+ *                a copy of the eye rays' triangle numbers to cast only from surfaces that were
+ *                hit, or zeros to cast every ray.
  *   pDirection, pDist, pHit as in vtqrIntersectEyeSO_32f.
  * Checks, in order: pOrigin, pDirection, pDist, pHit, pTrianIndex, pContext null:
  * vtqStsErrNullPtr before anything is written (the planes and the context's contents are not

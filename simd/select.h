@@ -40,7 +40,8 @@ inline __m128 BitSelect(__m128 cond, __m128 a, __m128 b) {
 // select between x and an arithmetic result of x into arithmetic on x: Select(dead, n, n * s)
 // becomes n * Select(dead, 1, s), and Select(dead, c, c + t) becomes c + Select(dead, -0, t).
 // Those are exact for every value but a signalling NaN, which the multiply or add quiets, so
-// a dead ray's payload would change. Hiding cond costs no instruction of its own, at most a
+// a dead ray's payload would change (clang's optimiser does exactly this; GCC's happens not
+// to, which is no promise). Hiding cond costs no instruction of its own, at most a
 // register copy when cond is used again afterwards.
 inline __m128 Select(__m128 cond, __m128 a, __m128 b) {
   return detail::BitSelect(Opaque(cond), a, b);

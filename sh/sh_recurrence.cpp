@@ -171,11 +171,11 @@ void EvalRecurrenceGroups(Coeffs coeffs, const float* px, const float* py,
   }
 
   const size_t count = static_cast<size_t>(order + 1) * (order + 1);
-  simd::WithStores(stores, [&](auto out) {
-    for (int g = 0; g < kGroups; ++g) {
+  for (int g = 0; g < kGroups; ++g) {
+    simd::WithStores(stores, [&](auto out) {
       StoreSets<decltype(out), kGroups>(&v[0][g], count, dst + 4 * g * stride, stride);
-    }
-  });
+    });
+  }
 }
 
 void EvalRecurrence4(const float* a, const float* b, const float* x, const float* y,

@@ -13,20 +13,32 @@ namespace kdtree {
 
 // Fixed charges of a build, in bytes.
 inline constexpr int64_t kContextBytes = 400;
-inline constexpr int kWorkArrayCount = 13;                  // per-triangle work arrays
+inline constexpr int kWorkArrayCount = 13;  // per-triangle work arrays of 32-bit entries
+inline constexpr int64_t kWorkArrayBytesPerTriangle = 4;
 inline constexpr int64_t kArenaPayloadBytes = int64_t{1} << 24;
 inline constexpr int64_t kArenaHeaderBytes = 40;
 inline constexpr int64_t kArenaBlockCharge = kArenaPayloadBytes + kArenaHeaderBytes;  // 0x1000028
 
-// Bytes a mesh must be allowed before the build starts at all: vertices, per-triangle data, and
-// 32 MiB + 480 for the two pools' minimum size and the fixed records.
+// Per-element needs of the two pools, and the pools' unit: a pool is its need rounded down to
+// the unit, plus one unit.
+inline constexpr int64_t kTrianglePoolBytesPerTriangle = 36;
+inline constexpr int64_t kVertexPoolBytesPerVertex = 48;
+inline constexpr int64_t kPoolUnitBytes = int64_t{1} << 24;
+
+// Bytes a mesh must be allowed before the build starts at all: its vertices (three floats each),
+// the triangle pool's need and a 48-byte work item per triangle, plus the two pools' minimum
+// size and 480 bytes of fixed records.
+inline constexpr int64_t kVertexBytes = 12;
+inline constexpr int64_t kWorkItemBytes = 48;
+inline constexpr int64_t kRequiredFixedBytes = 2 * kPoolUnitBytes + 480;  // 33,554,912
 inline int64_t RequiredBytes(int vertCount, int triCount) {
-  return 12 * int64_t{vertCount} + 36 * int64_t{triCount} + 48 * int64_t{triCount} + 33554912;
+  return kVertexBytes * vertCount + kTrianglePoolBytesPerTriangle * triCount +
+         kWorkItemBytes * triCount + kRequiredFixedBytes;
 }
 
-// A pool is sized to its need rounded down to 16 MiB, plus 16 MiB: always strictly larger than
-// the need, so a pool never runs dry for the data it was sized for.
-inline int64_t PoolBytes(int64_t need) { return (need & ~int64_t{0xFFFFFF}) + (int64_t{1} << 24); }
+// Always strictly larger than the need, so a pool never runs dry for the data it was sized for;
+// an empty mesh still gets one unit.
+inline int64_t PoolBytes(int64_t need) { return (need & ~(kPoolUnitBytes - 1)) + kPoolUnitBytes; }
 
 // The ledger. Charges are refused, never partially applied, once they would overdraw it.
 class Budget {

@@ -1,8 +1,8 @@
 // vtqrKDTreeBuildAlloc and vtqrKDTreeFree: argument checks, the single-leaf tree, and the hand
 // over to the SAH build.
 #include <climits>
-#include <cstring>
 
+#include "accel/kdtree_node.h"
 #include "accel/kdtree_sah_build.h"
 #include "frame/code_path.h"
 #include "frame/kernels.h"
@@ -11,24 +11,24 @@
 VTQR_PATH_BEGIN
 namespace {
 
-constexpr uint32_t kMaxDepthLimit = 50;
 // Budgets below this many MiB cannot hold the two pools' minimum size.
 constexpr uint32_t kMinMemoryShifted = uint32_t{1} << 24;
 
-// One leaf listing every triangle: the leaf node, eight bytes of padding, then the numbers.
+// One leaf listing every triangle: the leaf node, a node's worth of zero padding, then the
+// numbers. An empty mesh keeps the same form, since a count of 0 reads as an empty leaf.
 VtqStatus BuildSimple(int triCount, VtqrKDTreeNode** ppTree, int* pTreeSize) {
-  int64_t bytes = 4 * int64_t{triCount} + 16;
+  constexpr int64_t kListOffset = 2 * sizeof(VtqrKDTreeNode);
+  int64_t bytes = kListOffset + 4 * int64_t{triCount};
   // The size is reported in 32 bits.
   if (bytes > INT_MAX) return vtqStsErrNoMem;
   size_t units = static_cast<size_t>(bytes >> 3) + 1;
-  auto* block = static_cast<int32_t*>(vtqMalloc(units * 8));
-  if (block == nullptr) return vtqStsErrNoMem;
-  block[0] = -16;  // the list starts 16 bytes past the node
-  block[1] = triCount;
-  block[2] = 0;
-  block[3] = 0;
-  for (int i = 0; i < triCount; ++i) block[4 + i] = i;
-  *ppTree = reinterpret_cast<VtqrKDTreeNode*>(block);
+  auto* leaf = static_cast<VtqrKDTreeNode*>(vtqMalloc(units * 8));
+  if (leaf == nullptr) return vtqStsErrNoMem;
+  leaf[0] = kdnode::ListLeaf(kListOffset, triCount);
+  leaf[1] = {0, 0};
+  auto* list = reinterpret_cast<int32_t*>(reinterpret_cast<char*>(leaf) + kListOffset);
+  for (int i = 0; i < triCount; ++i) list[i] = i;
+  *ppTree = leaf;
   *pTreeSize = static_cast<int>(bytes);
   return vtqStsOk;
 }
@@ -45,7 +45,7 @@ VtqStatus KDTreeBuildAlloc(VtqrKDTreeNode** ppTree, const Vtq32f* pVert, const V
   if (pParams == nullptr) return vtqStsErrNullPtr;
   bool sah = pParams->algorithm == KDTreeAlgSAH;
   if (!sah && pParams->algorithm != KDTreeAlgSimple) return vtqStsErrBadArg;
-  if (pParams->maxDepth > kMaxDepthLimit) return vtqStsErrOutOfRange;
+  if (pParams->maxDepth > kdnode::kMaxDepth) return vtqStsErrOutOfRange;
   if (!sah) return BuildSimple(triCount, ppTree, pTreeSize);
 
   // Written so that a NaN factor is out of range too.

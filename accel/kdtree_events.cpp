@@ -143,7 +143,7 @@ bool ClipTriangle(const float* a, const float* b, const float* c, const Box& box
 void ClippedEvents(const ClippedTriangle* clipped, int count, Event* lists) {
   auto byKey = [](const Event& x, const Event& y) { return x.key < y.key; };
   for (int axis = 0; axis < 3; ++axis) {
-    Event* starts = lists + (2 * axis) * size_t(count);
+    Event* starts = AxisStarts(lists, count, axis);
     Event* ends = starts + count;
     for (int i = 0; i < count; ++i) {
       const ClippedTriangle& t = clipped[i];
@@ -159,7 +159,7 @@ void ClippedEvents(const ClippedTriangle* clipped, int count, Event* lists) {
 
 void MergeEventLists(const Event* a, int countA, const Event* b, int countB, Event* out) {
   auto byKey = [](const Event& x, const Event& y) { return x.key < y.key; };
-  for (int list = 0; list < 6; ++list) {
+  for (int list = 0; list < kListsPerNode; ++list) {
     const Event* fromA = a + list * size_t(countA);
     const Event* fromB = b + list * size_t(countB);
     std::merge(fromA, fromA + countA, fromB, fromB + countB,
@@ -170,7 +170,7 @@ void MergeEventLists(const Event* a, int countA, const Event* b, int countB, Eve
 void BuildRootEvents(const Box* boxes, const int32_t* ids, int count, Event* lists,
                      Event* scratch) {
   for (int axis = 0; axis < 3; ++axis) {
-    Event* starts = lists + (2 * axis) * size_t(count);
+    Event* starts = AxisStarts(lists, count, axis);
     Event* ends = starts + count;
     for (int i = 0; i < count; ++i) {
       const Box& box = boxes[ids[i]];
@@ -230,9 +230,11 @@ void SplitEventLists(const Event* lists, int count, const uint8_t* side, Event* 
   for (int pass = 0; pass < 2; ++pass) {
     Event* out = pass == 0 ? upper : lower;
     size_t outCount = size_t(pass == 0 ? upperCount : lowerCount);
-    int shift = pass == 0 ? 1 : 0;
+    // The cursor steps by this child's side bit shifted down to bit 0 (shifting measured a few
+    // percent faster than testing the bit).
+    int shift = std::countr_zero(pass == 0 ? kSideAbove : kSideBelow);
     if (out == nullptr) continue;
-    for (int list = 0; list < 6; ++list) {
+    for (int list = 0; list < kListsPerNode; ++list) {
       const Event* from = lists + list * size_t(count);
       Event* to = out + list * outCount;
       for (int i = 0; i < count; ++i) {

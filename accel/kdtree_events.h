@@ -1,7 +1,8 @@
-// Presorted per-axis event lists of the large nodes of the SAH build.
+// Presorted per-axis event lists of the SAH build's nodes, and the clipping of straddlers.
 #ifndef VTQR_ACCEL_KDTREE_EVENTS_H_
 #define VTQR_ACCEL_KDTREE_EVENTS_H_
 
+#include <cstddef>
 #include <cstdint>
 
 #include "accel/kdtree_sah.h"
@@ -9,7 +10,33 @@
 VTQR_PATH_BEGIN
 namespace kdtree {
 
-// A node's lists are six runs of `count` events: starts of x, ends of x, starts of y, ...
+// One entry of a presorted list: the key (a triangle's start or end on the list's axis) and the
+// triangle number, with kFlatBit set when the triangle is flat on that axis.
+struct Event {
+  float key;
+  uint32_t tri;
+};
+inline constexpr uint32_t kFlatBit = 0x80000000u;
+
+// A node of `count` triangles keeps its lists as runs of `count` events, two per axis: starts
+// of x, ends of x, starts of y, ...
+inline constexpr int kListsPerAxis = 2;
+inline constexpr int kListsPerNode = 3 * kListsPerAxis;
+
+// Events a node of `count` triangles keeps.
+inline size_t NodeEvents(int count) { return kListsPerNode * size_t(count); }
+
+// The starts of `axis` in a node's lists; its ends follow them, `count` events on.
+inline const Event* AxisStarts(const Event* lists, int count, int axis) {
+  return lists + kListsPerAxis * size_t(axis) * size_t(count);
+}
+inline Event* AxisStarts(Event* lists, int count, int axis) {
+  return lists + kListsPerAxis * size_t(axis) * size_t(count);
+}
+
+// The list split stores one event past the end of the last list it writes, so the store it
+// writes into keeps this many spare events behind its lists.
+inline constexpr size_t kSplitSpareEvents = 1;
 
 // Fills the six lists of the triangles `ids[0..count)`, each sorted by key. `scratch` holds
 // `count` events.
@@ -17,11 +44,18 @@ void BuildRootEvents(const Box* boxes, const int32_t* ids, int count, Event* lis
                      Event* scratch);
 
 // Hands each of a node's six lists on to the children, keeping the order: a triangle goes below
-// when bit 0 of side[triangle] is set and above when bit 1 is. A null child
-// is skipped. The upper lists must lie directly in front of the lower ones (when both are
-// written), and one spare event must follow the last list written.
+// when side[triangle] has kSideBelow and above when it has kSideAbove. A null child is skipped.
+// The upper lists must lie directly in front of the lower ones (when both are written), and
+// kSplitSpareEvents must follow the last list written.
 void SplitEventLists(const Event* lists, int count, const uint8_t* side, Event* upper,
                      int upperCount, Event* lower, int lowerCount);
+
+// The search over a node's starts and ends of one axis, each sorted by key. Keys outside the
+// cell are clamped to it, which keeps the order. Every node is searched this way: positions
+// arrive in the same order, with the same counts, as from sorting the node's own clamped starts
+// and ends, so a small node gets exactly the split of that exact sweep without sorting.
+AxisSplit SearchAxisEvents(const Event* starts, const Event* ends, int count, const Box& cell,
+                           int axis, double leafCost);
 
 // Bounds of the triangle with corners a, b, c clipped to `cell`, rounded outward to float and
 // never looser than `box`, the triangle's own bounds. Returns false when the triangle misses the

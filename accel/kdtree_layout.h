@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "accel/kdtree_budget.h"
 #include "accel/kdtree_sah.h"
 #include "frame/code_path.h"
 #include "vtqr/accel.h"
@@ -13,7 +14,7 @@ namespace kdtree {
 
 inline constexpr int32_t kLeafAxis = -1;
 
-// One node while the tree is being built (a 48-byte work item from the arena). Children come in
+// One node while the tree is being built (a work item from the arena). Children come in
 // pairs, lower child first.
 struct WorkItem {
   Box cell;
@@ -26,11 +27,7 @@ struct WorkItem {
     int32_t* list;  // ascending triangle numbers
   };
 };
-static_assert(sizeof(WorkItem) == 48);
-
-// Packs one to three ascending triangle numbers into a node's two words. Returns false when
-// they do not fit the compact form.
-bool EncodeCompactLeaf(const int32_t* ids, int count, int32_t* w0, int32_t* w1);
+static_assert(sizeof(WorkItem) == kWorkItemBytes);
 
 // Writes the tree under `root` into one block from vtqMalloc: nodes depth first with each
 // child pair adjacent, then the out-of-line leaf lists. Returns vtqStsErrMemBudget when the

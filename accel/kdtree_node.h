@@ -111,7 +111,7 @@ VTQR_NODE_INLINE LeafTriangles ReadLeaf(const VtqrKDTreeNode* leaf, int32_t scra
 // The empty leaf as the builder writes it.
 VTQR_NODE_INLINE VtqrKDTreeNode EmptyLeaf() { return {INT32_MIN, 0}; }
 
-// listOffset: positive, 4-byte aligned, below 2^31; count: at least 1.
+// listOffset: positive, 4-byte aligned, below 2^31; count: a count of 0 reads as an empty leaf.
 VTQR_NODE_INLINE VtqrKDTreeNode ListLeaf(int64_t listOffset, int32_t count) {
   return {static_cast<int32_t>(-listOffset), count};
 }

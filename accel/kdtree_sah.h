@@ -88,25 +88,19 @@ class AxisSearch {
   int above_ = frame_.total;
 };
 
-// One entry of a presorted list: the key (a triangle's start or end on the list's axis) and the
-// triangle number, with kFlatBit set when the triangle is flat on that axis.
-struct Event {
-  float key;
-  uint32_t tri;
-};
-inline constexpr uint32_t kFlatBit = 0x80000000u;
+// Which child a triangle goes to under a split, as a set of side bits.
+inline constexpr uint8_t kSideBelow = 1;
+inline constexpr uint8_t kSideAbove = 2;
+inline constexpr uint8_t kSideBoth = kSideBelow | kSideAbove;
+// The hot loops count sides by shifting a bit down rather than by comparing.
+static_assert(kSideBelow == 1 << 0 && kSideAbove == 1 << 1);
 
-// The search over a node's starts and ends of one axis, each sorted by key. Keys outside the
-// cell are clamped to it, which keeps the order. Every node is searched this way: positions
-// arrive in the same order, with the same counts, as from sorting the node's own clamped starts
-// and ends, so a small node gets exactly the split of that exact sweep without sorting.
-AxisSplit SearchAxisEvents(const Event* starts, const Event* ends, int count, const Box& cell,
-                           int axis, double leafCost);
-
-// Which child a triangle belongs to under a split: bit 0 below, bit 1 above.
-inline int Side(float start, float end, float position, bool planarBelow) {
-  if (start == end && start == position) return planarBelow ? 1 : 2;
-  return (start < position ? 1 : 0) | (end > position ? 2 : 0);
+// The side bits of a triangle spanning [start, end] on the split axis. A triangle lying in the
+// plane goes to the side the search chose for such triangles.
+inline uint8_t Side(float start, float end, float position, bool planarBelow) {
+  if (start == end && start == position) return planarBelow ? kSideBelow : kSideAbove;
+  return static_cast<uint8_t>((start < position ? kSideBelow : 0) |
+                              (end > position ? kSideAbove : 0));
 }
 
 }  // namespace kdtree

@@ -11,6 +11,7 @@
 #include "accel/kdtree_budget.h"
 #include "accel/kdtree_events.h"
 #include "accel/kdtree_layout.h"
+#include "accel/kdtree_node.h"
 #include "accel/kdtree_sah.h"
 
 VTQR_PATH_BEGIN
@@ -50,8 +51,19 @@ struct Pending {
   size_t offset;
 };
 
-// Deepest tree allowed plus the sibling each level may leave pending.
-constexpr int kStackSize = 64;
+// Each split pops its node and pushes both children, so the stack holds at most one pending
+// sibling per level above the deepest node plus that node: the same bound as a walk's stack.
+constexpr int kStackSize = kdnode::kWalkStackSize;
+static_assert(kStackSize >= static_cast<int>(kdnode::kMaxDepth) + 1);
+
+// Marks a straddler of a clipped node: it takes no side of the parent's lists, since its events
+// in the children come from its clipped bounds.
+constexpr uint8_t kSideClipped = 4;
+static_assert((kSideClipped & kSideBoth) == 0);
+
+// The event store starts at this many times the root's lists: the lists of pending nodes pile
+// up on top of them, to about twice the root's for a balanced tree.
+constexpr size_t kRootStoreFactor = 2;
 
 // Triangles straddling the plane of a node this large are clipped to each child's cell, and
 // their events in the children come from the clipped polygon's bounds instead of the parent's.
@@ -95,6 +107,9 @@ class SahBuilder {
   int ClipStraddlers(int straddlerCount, const Box& lowerCell, const Box& upperCell,
                      int* upperKept);
   Event* Lists(const Pending& node) { return &events_[node.offset]; }
+  const Event* AxisLists(const Pending& node, int axis) {
+    return AxisStarts(Lists(node), node.item->count, axis);
+  }
 
   Arena arena_;
   int maxDepth_;
@@ -156,10 +171,11 @@ bool SahBuilder::PrepareTriangles(const Vtq32f* pVert, const Vtq32s* pTriIndex, 
   root->cell = scene;
   root->count = count;
   root->axis = kLeafAxis;
-  // The root's event lists, plus room for the sort's scratch behind them. The store grows from
-  // there as the lists of pending nodes pile up (about twice the root's for a balanced tree).
-  size_t listSize = 6 * size_t(count);
-  if (!events_.Reserve(2 * listSize + size_t(count) + 1)) return false;
+  // The root's event lists, plus room for the sort's scratch behind them.
+  size_t listSize = NodeEvents(count);
+  if (!events_.Reserve(kRootStoreFactor * listSize + size_t(count) + kSplitSpareEvents)) {
+    return false;
+  }
   BuildRootEvents(boxes_.data(), ids, count, events_.data(), events_.data() + listSize);
   stack_[stackSize_++] = {root, 0};
   return true;
@@ -196,8 +212,8 @@ VtqStatus SahBuilder::Process(const Pending& node) {
     if (extent[axis] <= kThinExtent) {
       best[axis] = {leafCost, item.cell.lo[axis], 0, 0, true};
     } else {
-      const Event* lists = Lists(node) + 2 * axis * size_t(n);
-      best[axis] = SearchAxisEvents(lists, lists + n, n, item.cell, axis, leafCost);
+      const Event* starts = AxisLists(node, axis);
+      best[axis] = SearchAxisEvents(starts, starts + n, n, item.cell, axis, leafCost);
     }
   }
   // x wins a tie with y; z wins a tie with the cheapest.
@@ -239,7 +255,7 @@ VtqStatus SahBuilder::Split(const Pending& node, const AxisSplit& split, int axi
   bool clip = n >= kClipMinTriangles;
   // Sort every triangle of the node to its side(s) of the plane, by its bounds in this node
   // (which clipping above may have made tighter than the triangle's own).
-  const Event* axisStarts = Lists(node) + 2 * axis * size_t(n);
+  const Event* axisStarts = AxisLists(node, axis);
   const Event* axisEnds = axisStarts + n;
   for (int i = 0; i < n; ++i) end_[axisEnds[i].tri & ~kFlatBit] = axisEnds[i].key;
   if (clip && !straddlers_.Reserve(size_t(n))) return vtqStsErrMemBudget;
@@ -248,12 +264,14 @@ VtqStatus SahBuilder::Split(const Pending& node, const AxisSplit& split, int axi
   int straddlerCount = 0;
   for (int i = 0; i < n; ++i) {
     uint32_t tri = axisStarts[i].tri & ~kFlatBit;
-    int side = Side(std::max(lo, axisStarts[i].key), std::min(hi, end_[tri]), x,
-                    split.planarBelow);
-    side_[tri] = static_cast<uint8_t>(side);
-    below += side & 1;
-    above += side >> 1;
-    if (clip && side == 3) straddlers_[straddlerCount++] = tri;
+    uint8_t side = Side(std::max(lo, axisStarts[i].key), std::min(hi, end_[tri]), x,
+                        split.planarBelow);
+    side_[tri] = side;
+    // Counted as shifted bits rather than compared: this loop runs over every triangle of
+    // every node.
+    below += side & kSideBelow;
+    above += (side & kSideAbove) >> 1;
+    if (clip && side == kSideBoth) straddlers_[straddlerCount++] = tri;
   }
 
   auto* children = static_cast<WorkItem*>(arena_.Take(2 * sizeof(WorkItem)));
@@ -286,12 +304,13 @@ VtqStatus SahBuilder::Split(const Pending& node, const AxisSplit& split, int axi
 
   // Children are written behind the parent and then moved down over it; the upper child goes
   // first so that the lower one, pushed last, is on top of both stack and store.
-  size_t parentEnd = node.offset + 6 * size_t(n);
-  size_t upperSize = 6 * size_t(upper.count);
-  size_t lowerSize = 6 * size_t(lower.count);
+  size_t parentEnd = node.offset + NodeEvents(n);
+  size_t upperSize = NodeEvents(upper.count);
+  size_t lowerSize = NodeEvents(lower.count);
   if (straddlerCount == 0) {
-    // One spare event for the list split's last stray store.
-    if (!events_.Reserve(parentEnd + upperSize + lowerSize + 1)) return vtqStsErrMemBudget;
+    if (!events_.Reserve(parentEnd + upperSize + lowerSize + kSplitSpareEvents)) {
+      return vtqStsErrMemBudget;
+    }
     SplitEventLists(Lists(node), n, side_.data(), &events_[parentEnd], above,
                     &events_[parentEnd + upperSize], below);
     std::memmove(&events_[node.offset], &events_[parentEnd],
@@ -300,17 +319,17 @@ VtqStatus SahBuilder::Split(const Pending& node, const AxisSplit& split, int axi
     // The lists of the triangles on one side only, then the children's merged lists behind
     // them: a linear merge with the clipped triangles' own sorted events.
     size_t passUpper = parentEnd;
-    size_t passLower = passUpper + 6 * size_t(above);
-    size_t merged = passLower + 6 * size_t(below) + 1;
-    size_t clippedCount = size_t(upperClipped) + size_t(lowerClipped);
+    size_t passLower = passUpper + NodeEvents(above);
+    size_t merged = passLower + NodeEvents(below) + kSplitSpareEvents;
+    int clippedCount = upperClipped + lowerClipped;
     if (!events_.Reserve(merged + upperSize + lowerSize) ||
-        !clippedEvents_.Reserve(6 * std::max<size_t>(clippedCount, 1))) {
+        !clippedEvents_.Reserve(NodeEvents(std::max(clippedCount, 1)))) {
       return vtqStsErrMemBudget;
     }
     SplitEventLists(Lists(node), n, side_.data(), &events_[passUpper], above,
                     &events_[passLower], below);
     Event* upperEvents = clippedEvents_.data();
-    Event* lowerEvents = upperEvents + 6 * size_t(upperClipped);
+    Event* lowerEvents = upperEvents + NodeEvents(upperClipped);
     ClippedEvents(clipped_.data(), upperClipped, upperEvents);
     ClippedEvents(clipped_.data() + upperClipped, lowerClipped, lowerEvents);
     MergeEventLists(&events_[passUpper], above, upperEvents, upperClipped, &events_[merged]);
@@ -357,8 +376,7 @@ int SahBuilder::ClipStraddlers(int straddlerCount, const Box& lowerCell, const B
       lower->flatAxes = flatAxes;
       ++lowerCount;
     }
-    // Neither side bit is left for the list split; the events come from the clipped bounds.
-    side_[tri] = 4;
+    side_[tri] = kSideClipped;
   }
   // Close the gap between the two runs.
   std::memmove(upperOut + upperCount, lowerOut, sizeof(ClippedTriangle) * size_t(lowerCount));
@@ -376,10 +394,10 @@ VtqStatus BuildSah(const Vtq32f* pVert, const Vtq32s* pTriIndex, int vertCount, 
   Budget budget(budgetBytes);
   if (!budget.Charge(kContextBytes)) return vtqStsErrMemBudget;
   for (int i = 0; i < kWorkArrayCount; ++i) {
-    if (!budget.Charge(4 * int64_t{triCount})) return vtqStsErrMemBudget;
+    if (!budget.Charge(kWorkArrayBytesPerTriangle * triCount)) return vtqStsErrMemBudget;
   }
-  if (!budget.Charge(PoolBytes(36 * int64_t{triCount})) ||
-      !budget.Charge(PoolBytes(48 * int64_t{vertCount}))) {
+  if (!budget.Charge(PoolBytes(kTrianglePoolBytesPerTriangle * triCount)) ||
+      !budget.Charge(PoolBytes(kVertexPoolBytesPerVertex * vertCount))) {
     return vtqStsErrMemBudget;
   }
   SahBuilder builder(&budget, maxDepth, factor);

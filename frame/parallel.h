@@ -32,27 +32,36 @@ inline Fork WhenThreadedAndLarge(int width, int height, int depth) {
 
 // Calls body(begin, end) or body(begin, end, rank) on disjoint chunks that cover [0, count),
 // each from its own thread. Chunk t of T is [count * t / T, count * (t + 1) / T): even to
-// within one item. rank is the thread's number in the team, below ownGetNumThreads() (0 when
-// the loop runs inline), so a kernel can give each thread its own slice of a work buffer sized
-// for ownGetNumThreads() threads.
+// within one item. rank is the thread's number in the team, below ownGetNumThreads(), so a
+// kernel can give each thread its own slice of a work buffer sized for ownGetNumThreads()
+// threads. Empty chunks are not called.
+//
+// When the region stays closed the caller's thread runs the whole range as one chunk of rank 0,
+// without entering OpenMP at all: a serialised region would still cost a team's setup, which
+// is exactly what kNever and a single thread are meant to save.
 template <class Body>
 void ParallelChunks(int64_t count, Fork fork, Body&& body) {
+  auto chunk = [&body](int64_t begin, int64_t end, int rank) {
+    if (begin >= end) return;
+    if constexpr (std::is_invocable_v<Body&, int64_t, int64_t, int>) {
+      body(begin, end, rank);
+    } else {
+      body(begin, end);
+    }
+  };
   const int requested = ownGetNumThreads();
   const bool open = (fork == Fork::kAlways || (fork == Fork::kWhenThreaded && requested > 1)) &&
                     !omp_in_parallel();
-#pragma omp parallel num_threads(requested) if (open)
+  if (!open) {
+    chunk(0, count, 0);
+    return;
+  }
+#pragma omp parallel num_threads(requested)
   {
+    // The runtime may grant fewer threads than asked for; the split follows the actual team.
     const int64_t team = omp_get_num_threads();
     const int rank = omp_get_thread_num();
-    const int64_t begin = count * rank / team;
-    const int64_t end = count * (rank + 1) / team;
-    if (begin < end) {
-      if constexpr (std::is_invocable_v<Body&, int64_t, int64_t, int>) {
-        body(begin, end, rank);
-      } else {
-        body(begin, end);
-      }
-    }
+    chunk(count * rank / team, count * (rank + 1) / team, rank);
   }
 }
 

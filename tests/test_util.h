@@ -17,10 +17,32 @@
 
 namespace vtqr::test {
 
-// Both columns of the dispatch table, for tests that run every kernel on each path.
+// Both columns of the dispatch table.
 inline constexpr CodePath kBothPaths[] = {kPathU8, kPathN8};
 
 inline const char* PathName(CodePath path) { return path == kPathU8 ? "u8" : "n8"; }
+
+// A test suite whose cases run once per code path, named Suite.Case/u8 and Suite.Case/n8:
+//
+//   class TriangleAccel : public PerPath {};
+//   VTQR_INSTANTIATE_PER_PATH(TriangleAccel);
+//
+//   TEST_P(TriangleAccel, SizeQuery) {
+//     EXPECT_EQ(kDispatchTable.TriangleAccelGetSize[path()](&size), vtqStsOk);
+//   }
+class PerPath : public ::testing::TestWithParam<CodePath> {
+ protected:
+  // The dispatch column this instance runs.
+  static CodePath path() { return GetParam(); }
+};
+
+inline std::string PerPathName(const ::testing::TestParamInfo<CodePath>& info) {
+  return PathName(info.param);
+}
+
+#define VTQR_INSTANTIATE_PER_PATH(Suite)                                           \
+  INSTANTIATE_TEST_SUITE_P(, Suite, ::testing::ValuesIn(::vtqr::test::kBothPaths), \
+                           ::vtqr::test::PerPathName)
 
 inline uint32_t Bits(float value) { return std::bit_cast<uint32_t>(value); }
 inline float FromBits(uint32_t bits) { return std::bit_cast<float>(bits); }

@@ -13,16 +13,16 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
-#include <ctime>
 #include <cstdio>
+#include <ctime>
 #include <map>
 #include <random>
 #include <string>
 #include <vector>
 
-#include "accel/kdtree_check.h"
-#include "tools/mesh/mesh_loader.h"
+#include "accel/kdtree_node.h"
+#include "support/kdtree_check.h"
+#include "support/mesh_loader.h"
 #include "vtqcore.h"
 #include "vtqr.h"
 
@@ -32,6 +32,7 @@
 
 namespace {
 
+namespace kdnode = vtqr::kdnode;
 using vtqr::test::Mesh;
 
 struct Row {
@@ -81,30 +82,6 @@ double HitDistance(const Mesh& mesh, int32_t tri, const double o[3], const doubl
   return t;
 }
 
-// The triangle numbers of a leaf, decoded as the traversal reads them.
-int LeafTriangles(const VtqrKDTreeNode* node, int32_t ids[3], const int32_t** list) {
-  int32_t w0 = node->w0;
-  int32_t w1 = node->w1;
-  if (w1 >= 0) {
-    *list = reinterpret_cast<const int32_t*>(reinterpret_cast<const char*>(node) -
-                                             static_cast<int64_t>(w0));
-    return w1;
-  }
-  int n = w1 & 3;
-  int32_t a = w0 & 0x7FFFFFFF;
-  int32_t m = (w1 & 0x7FFFFFFC) >> 2;
-  if (n == 3) {
-    ids[0] = m - (a >> 16);
-    ids[1] = m;
-    ids[2] = m + (a & 0xFFFF);
-  } else {
-    ids[0] = a;
-    ids[1] = m;
-  }
-  *list = ids;
-  return n;
-}
-
 // Per-ray work of a front-to-back walk: near child first, the far one deferred while the ray's
 // interval reaches past the plane; the walk ends at the first leaf whose interval holds a hit.
 void MeasureRays(const VtqrKDTreeNode* tree, const Mesh& mesh, Row* row) {
@@ -150,18 +127,17 @@ void MeasureRays(const VtqrKDTreeNode* tree, const Mesh& mesh, Row* row) {
       tmax = std::min(tmax, std::max(t0, t1));
     }
     if (!(tmin <= tmax)) continue;
-    Entry stack[64];
+    Entry stack[kdnode::kWalkStackSize];
     int depth = 0;
     Entry at{tree, tmin, tmax};
     double best = INFINITY;
     for (;;) {
       const VtqrKDTreeNode* node = at.node;
       ++nodes;
-      if (node->w0 >= 0) {
-        int axis = node->w0 & 3;
-        float split;
-        std::memcpy(&split, &node->w1, sizeof(split));
-        const VtqrKDTreeNode* below = node + (node->w0 & ~7) / 8;
+      if (!kdnode::IsLeaf(*node)) {
+        int axis = kdnode::SplitAxis(*node);
+        float split = kdnode::SplitPosition(*node);
+        const VtqrKDTreeNode* below = kdnode::LowerChild(node);
         bool originBelow = o[axis] < split || (o[axis] == split && d[axis] <= 0);
         const VtqrKDTreeNode* nearChild = originBelow ? below : below + 1;
         const VtqrKDTreeNode* farChild = originBelow ? below + 1 : below;
@@ -176,11 +152,12 @@ void MeasureRays(const VtqrKDTreeNode* tree, const Mesh& mesh, Row* row) {
         }
         continue;
       }
-      int32_t ids[3];
-      const int32_t* list = nullptr;
-      int n = node->w1 == 0 ? 0 : LeafTriangles(node, ids, &list);
-      for (int i = 0; i < n; ++i) best = std::min(best, HitDistance(mesh, list[i], o, d));
-      tests += n;
+      int32_t scratch[3];
+      kdnode::LeafTriangles leaf = kdnode::ReadLeaf(node, scratch);
+      for (int i = 0; i < leaf.count; ++i) {
+        best = std::min(best, HitDistance(mesh, leaf.ids[i], o, d));
+      }
+      tests += leaf.count;
       if (best <= at.tmax || depth == 0) break;
       at = stack[--depth];
     }
@@ -192,7 +169,7 @@ void MeasureRays(const VtqrKDTreeNode* tree, const Mesh& mesh, Row* row) {
 void BuildSah(benchmark::State& state, const Mesh* mesh, Row* row) {
   VtqrKDTreeBuildParams params{};
   params.algorithm = KDTreeAlgSAH;
-  params.maxDepth = 50;
+  params.maxDepth = kdnode::kMaxDepth;
   params.factor = 1.0f;
   params.memoryMB = 2048;
   for (auto _ : state) {

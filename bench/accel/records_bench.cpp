@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/mesh/mesh_loader.h"
+#include "support/mesh_loader.h"
 #include "vtqr.h"
 
 namespace {

@@ -64,6 +64,7 @@ struct Kernel {
 };
 
 // Plane 0 is a per-ray scalar (src, eyeDot); the others are P3 groups starting at 1, 4, 7.
+// clang-format off
 const std::vector<Kernel>& Kernels() {
   static const std::vector<Kernel> kernels = {
     {"Dot", 32,
@@ -100,6 +101,7 @@ const std::vector<Kernel>& Kernels() {
   };
   return kernels;
 }
+// clang-format on
 
 void RunKernel(benchmark::State& state, const std::function<void(Packet&)>& body) {
   Packet packet(static_cast<int>(state.range(0)));

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "accel/kdtree_events.h"
-#include "accel/kdtree_layout.h"
+#include "accel/kdtree_node.h"
 #include "accel/kdtree_sah.h"
 #include "kdtree_test_util.h"
 
@@ -19,6 +19,7 @@ namespace vtqr::test {
 namespace {
 
 namespace kd = vtqr::u8::kdtree;
+namespace kdnode = vtqr::kdnode;
 
 TEST(KDTreeBuildAlloc, ChecksInOrderAndWriteNothingOnFailure) {
   const Mesh mesh = RandomSoup(2, 1);
@@ -96,7 +97,7 @@ TEST(KDTreeBuildAlloc, OneLeafLayouts) {
   }
 }
 
-TEST(KDTreeLayout, CompactLeavesRoundTripAtTheirLimits) {
+TEST(KDTreeNode, CompactLeavesRoundTripAtTheirLimits) {
   constexpr int32_t kM = (1 << 29) - 1;  // largest number the second word holds
   const std::pair<std::vector<int32_t>, bool> rows[] = {
       {{INT_MAX}, true},
@@ -110,17 +111,20 @@ TEST(KDTreeLayout, CompactLeavesRoundTripAtTheirLimits) {
       {{1, 2, 3, 4}, false},
   };
   for (const auto& [ids, fits] : rows) {
-    int32_t w0 = 0, w1 = 0;
-    ASSERT_EQ(kd::EncodeCompactLeaf(ids.data(), static_cast<int>(ids.size()), &w0, &w1), fits)
+    VtqrKDTreeNode leaf = {0, 0};
+    ASSERT_EQ(kdnode::EncodeCompactLeaf(ids.data(), static_cast<int>(ids.size()), &leaf), fits)
         << ids.size() << " ids from " << ids[0];
     if (!fits) continue;
-    // Decoded the way the traversal reads it.
-    int32_t a = w0 & 0x7FFFFFFF, m = (w1 & 0x7FFFFFFC) >> 2;
+    // Decoded as the public header describes the format, and through the library's reader.
+    int32_t a = leaf.w0 & 0x7FFFFFFF, m = (leaf.w1 & 0x7FFFFFFC) >> 2;
     std::vector<int32_t> decoded = {a};
-    if ((w1 & 3) == 2) decoded = {a, m};
-    if ((w1 & 3) == 3) decoded = {m - (a >> 16), m, m + (a & 0xFFFF)};
-    EXPECT_TRUE(w0 < 0 && w1 < 0);
+    if ((leaf.w1 & 3) == 2) decoded = {a, m};
+    if ((leaf.w1 & 3) == 3) decoded = {m - (a >> 16), m, m + (a & 0xFFFF)};
+    EXPECT_TRUE(leaf.w0 < 0 && leaf.w1 < 0);
     EXPECT_EQ(decoded, ids);
+    int32_t scratch[3];
+    kdnode::LeafTriangles read = kdnode::ReadLeaf(&leaf, scratch);
+    EXPECT_EQ(std::vector<int32_t>(read.ids, read.ids + read.count), ids);
   }
 }
 
@@ -132,30 +136,48 @@ int64_t FixedCharge(int64_t vertCount, int64_t triCount) {
 }
 constexpr int64_t kArenaBlock = 0x1000028;
 
+// Each boundary of the budget rule met exactly, and missed by the least a budget can miss it.
 TEST(KDTreeBuildAlloc, BudgetBoundaries) {
-  // Required bytes 12 v + 84 t + 33554912 against 64 MiB: with no triangles, 2796162 vertices
-  // need 8 bytes less than the budget (then the vertex pool overdraws it), one more 4 bytes more.
+  constexpr int64_t kMiB = 1 << 20;
+  // Required bytes 12 v + 84 t + 33554912 with no triangles: 2883544 vertices need exactly
+  // 65 MiB, which passes (then the vertex pool overdraws it); one vertex more does not.
   Mesh many;
-  many.vert.assign(3 * 2796163, 0.0f);
-  // A small mesh needs one arena block beyond the fixed charges: 33 MiB pass the parameter
-  // check but leave no block; the smallest budget that leaves one builds.
+  many.vert.assign(3 * 2883545, 0.0f);
+  ASSERT_EQ(12 * 2883544 + 33554912, 65 * kMiB);
+  // No triangles and a vertex pool need of exactly 3 pool units: the pools are 1 and 4 units
+  // (a need on a unit boundary still gets a unit more), so one arena block fits in 97 MiB, not
+  // in 96.
+  Mesh noTriangles;
+  noTriangles.vert.assign(3 * 1048576, 0.0f);
+  ASSERT_EQ(48 * 1048576, 3 << 24);
+  // A one-leaf tree needs one arena block beyond the fixed charges; for this triangle count both
+  // add up to exactly 71 MiB, and a block is opened while that much is left.
+  const Mesh soup = RandomSoup(141146, 1);
+  ASSERT_EQ(FixedCharge(soup.VertCount(), soup.TriCount()) + kArenaBlock, 71 * kMiB);
   const Mesh small = RandomSoup(2, 1);
-  unsigned enough = static_cast<unsigned>(
-      (FixedCharge(small.VertCount(), small.TriCount()) + kArenaBlock + (1 << 20) - 1) >> 20);
   struct Row {
+    const char* name;
     const Mesh* mesh;
     int vertCount;
-    unsigned memoryMB;
+    unsigned maxDepth, memoryMB;
     VtqStatus expected;
   };
-  for (Row row :
-       {Row{&many, 2796163, 64, vtqStsErrNoMem}, Row{&many, 2796162, 64, vtqStsErrMemBudget},
-        Row{&small, 6, 33, vtqStsErrMemBudget}, Row{&small, 6, enough - 1, vtqStsErrMemBudget},
-        Row{&small, 6, enough, vtqStsOk}}) {
-    BuildCall call(*row.mesh, KDParams(KDTreeAlgSAH, 30, 0.5f, row.memoryMB));
+  const Row rows[] = {
+      {"required 12 bytes over", &many, 2883545, 30, 65, vtqStsErrNoMem},
+      {"required exactly the budget", &many, 2883544, 30, 65, vtqStsErrMemBudget},
+      {"pools on unit boundaries, one MiB short", &noTriangles, 1048576, 30, 96,
+       vtqStsErrMemBudget},
+      {"pools on unit boundaries", &noTriangles, 1048576, 30, 97, vtqStsOk},
+      {"block one MiB short", &soup, soup.VertCount(), 0, 70, vtqStsErrMemBudget},
+      {"block exactly left", &soup, soup.VertCount(), 0, 71, vtqStsOk},
+      // Passes the parameter check but leaves no room for a block.
+      {"33 MiB", &small, small.VertCount(), 30, 33, vtqStsErrMemBudget},
+  };
+  for (const Row& row : rows) {
+    BuildCall call(*row.mesh, KDParams(KDTreeAlgSAH, row.maxDepth, 0.5f, row.memoryMB));
     call.vertCount = row.vertCount;
-    EXPECT_EQ(call.Run(), row.expected) << row.vertCount << " vertices, " << row.memoryMB << " MiB";
-    EXPECT_EQ(call.Untouched(), row.expected != vtqStsOk);
+    EXPECT_EQ(call.Run(), row.expected) << row.name;
+    EXPECT_EQ(call.Untouched(), row.expected != vtqStsOk) << row.name;
   }
 }
 
@@ -230,14 +252,15 @@ kd::AxisSplit SearchSorted(const std::vector<kd::Box>& boxes, int axis) {
   return search.Result(1e9);
 }
 
-kd::AxisSplit SearchEvents(const std::vector<kd::Box>& boxes, int axis) {
+kd::AxisSplit SearchEvents(const std::vector<kd::Box>& boxes, int axis,
+                           const kd::Box& cell = kCell) {
   int n = static_cast<int>(boxes.size());
   std::vector<int32_t> ids(boxes.size());
   for (int i = 0; i < n; ++i) ids[i] = i;
   std::vector<kd::Event> lists(7 * boxes.size());
   kd::BuildRootEvents(boxes.data(), ids.data(), n, lists.data(), lists.data() + 6 * n);
   const kd::Event* starts = lists.data() + 2 * axis * n;
-  return kd::SearchAxisEvents(starts, starts + n, n, kCell, axis, 1e9);
+  return kd::SearchAxisEvents(starts, starts + n, n, cell, axis, 1e9);
 }
 
 // Triangles each side of a split receives.
@@ -312,6 +335,73 @@ TEST(KDTreeSplitSearch, EmptySpaceIsCutFirst) {
   kd::AxisSplit split = SearchEvents(boxes, 0);
   EXPECT_EQ(split.position, 0.8f);
   EXPECT_DOUBLE_EQ(split.cost, 16.0 * 20 * ((8.0 - double{0.8f}) + 4.0));
+}
+
+// Ties between axes, on scenes made symmetric by swapping axes: each triangle of a soup comes
+// with its images, so the swapped axes have the same event lists and their best costs tie to the
+// bit, while squashing the remaining axis makes it the dearest. x wins a tie with y; z wins a
+// tie with the cheapest. The root's split axis shows the choice.
+TEST(KDTreeSplitSearch, AxisTiesOnSymmetricScenes) {
+  using Images = std::vector<std::array<int, 3>>;  // axis permutations applied to each triangle
+  struct Scene {
+    const char* name;
+    Images images;
+    int dearAxis;  // squashed; -1 when all three axes tie
+    int expectedAxis;
+  };
+  const Images all = {{0, 1, 2}, {0, 2, 1}, {1, 0, 2}, {1, 2, 0}, {2, 0, 1}, {2, 1, 0}};
+  const Scene scenes[] = {
+      {"x, y and z alike", all, -1, 2},
+      {"x and y alike, z dearer", {{0, 1, 2}, {1, 0, 2}}, 2, 0},
+      {"y and z alike, x dearer", {{0, 1, 2}, {0, 2, 1}}, 0, 2},
+      {"x and z alike, y dearer", {{0, 1, 2}, {2, 1, 0}}, 1, 2},
+  };
+  for (const Scene& scene : scenes) {
+    SCOPED_TRACE(scene.name);
+    Mesh soup = RandomSoup(60, 17, 1.0f, 0.3f);
+    if (scene.dearAxis >= 0) {
+      for (size_t i = scene.dearAxis; i < soup.vert.size(); i += 3) soup.vert[i] *= 0.1f;
+    }
+    Mesh mesh;
+    std::vector<kd::Box> boxes;
+    kd::Box cell = {{INFINITY, INFINITY, INFINITY}, {-INFINITY, -INFINITY, -INFINITY}};
+    for (const auto& image : scene.images) {
+      for (int t = 0; t < soup.TriCount(); ++t) {
+        int32_t corner[3];
+        kd::Box box = {{INFINITY, INFINITY, INFINITY}, {-INFINITY, -INFINITY, -INFINITY}};
+        for (int c = 0; c < 3; ++c) {
+          const float* v = &soup.vert[3 * size_t(soup.tri[4 * t + c])];
+          corner[c] = mesh.AddVertex(v[image[0]], v[image[1]], v[image[2]]);
+          for (int k = 0; k < 3; ++k) {
+            box.lo[k] = std::min(box.lo[k], v[image[k]]);
+            box.hi[k] = std::max(box.hi[k], v[image[k]]);
+          }
+        }
+        mesh.AddTriangle(corner[0], corner[1], corner[2]);
+        boxes.push_back(box);
+        for (int k = 0; k < 3; ++k) {
+          cell.lo[k] = std::min(cell.lo[k], box.lo[k]);
+          cell.hi[k] = std::max(cell.hi[k], box.hi[k]);
+        }
+      }
+    }
+    // The premise: the tied axes' best costs are equal to the bit, the dear one's higher.
+    double cost[3];
+    for (int axis = 0; axis < 3; ++axis) cost[axis] = SearchEvents(boxes, axis, cell).cost;
+    for (int axis = 0; axis < 3; ++axis) {
+      const int other = (axis + 1) % 3;
+      if (axis != scene.dearAxis && other != scene.dearAxis) {
+        ASSERT_EQ(cost[axis], cost[other]) << "axes " << axis << " and " << other;
+      }
+      if (axis == scene.dearAxis) {
+        ASSERT_GT(cost[axis], cost[other]);
+      }
+    }
+    BuildCall call(mesh, KDParams(KDTreeAlgSAH, 1, 1.0f));
+    ASSERT_EQ(call.Run(), vtqStsOk);
+    ASSERT_FALSE(kdnode::IsLeaf(call.tree[0]));
+    EXPECT_EQ(kdnode::SplitAxis(call.tree[0]), scene.expectedAxis);
+  }
 }
 
 // Bounds of triangle ∩ box from the polygon's possible corners, in long double: triangle corners

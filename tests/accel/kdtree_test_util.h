@@ -5,9 +5,9 @@
 #include <cstdint>
 #include <string>
 
-#include "accel/kdtree_check.h"
+#include "support/kdtree_check.h"
+#include "support/mesh_loader.h"
 #include "test_util.h"
-#include "tools/mesh/mesh_loader.h"
 #include "vtqr.h"
 
 namespace vtqr::test {

@@ -68,28 +68,29 @@ std::vector<Record> Build(CodePath path, const std::vector<float>& vert, int cou
   return records;
 }
 
-TEST(TriangleAccel, SizeQueryAndEmptyInit) {
-  for (CodePath path : kBothPaths) {
-    int32_t size = 0;
-    EXPECT_EQ(kDispatchTable.TriangleAccelGetSize[path](&size), vtqStsOk);
-    EXPECT_EQ(size, 40);
-    EXPECT_EQ(kDispatchTable.TriangleAccelGetSize[path](nullptr), vtqStsErrNullPtr);
-    // A count below 1 writes nothing.
-    Record r;
-    std::memset(&r, 0xA5, sizeof(r));
-    const float vert[9] = {0, 0, 0, 1, 0, 0, 0, 1, 0};
-    const int32_t index[4] = {0, 1, 2, 0};
-    for (int count : {0, -1}) {
-      kDispatchTable.TriangleAccelInit[path](reinterpret_cast<VtqrTriangleAccel*>(&r), vert, index,
+class TriangleAccel : public PerPath {};
+VTQR_INSTANTIATE_PER_PATH(TriangleAccel);
+
+TEST_P(TriangleAccel, SizeQueryAndEmptyInit) {
+  int32_t size = 0;
+  EXPECT_EQ(kDispatchTable.TriangleAccelGetSize[path()](&size), vtqStsOk);
+  EXPECT_EQ(size, 40);
+  EXPECT_EQ(kDispatchTable.TriangleAccelGetSize[path()](nullptr), vtqStsErrNullPtr);
+  // A count below 1 writes nothing.
+  Record r;
+  std::memset(&r, 0xA5, sizeof(r));
+  const float vert[9] = {0, 0, 0, 1, 0, 0, 0, 1, 0};
+  const int32_t index[4] = {0, 1, 2, 0};
+  for (int count : {0, -1}) {
+    kDispatchTable.TriangleAccelInit[path()](reinterpret_cast<VtqrTriangleAccel*>(&r), vert, index,
                                              count);
-      EXPECT_EQ(r.axes, 0xA5A5A5A5u);
-    }
+    EXPECT_EQ(r.axes, 0xA5A5A5A5u);
   }
 }
 
 // Hand-made triangles on dyadic coordinates: every quantity is exact, so records compare bit for
 // bit. The axes word is spelled out too, which checks the reference itself.
-TEST(TriangleAccel, HandMadeTrianglesMatchReference) {
+TEST_P(TriangleAccel, HandMadeTrianglesMatchReference) {
   const uint32_t kX = 0x06, kY = 0x12, kZ = 0x21, kPerp = 0x80000000u;  // k << 4 | u << 2 | v
   struct Case {
     const char* name;
@@ -118,18 +119,16 @@ TEST(TriangleAccel, HandMadeTrianglesMatchReference) {
   for (const Case& c : cases) {
     Record expected = Reference(c.a, c.b, c.p);
     EXPECT_EQ(expected.axes, c.axes) << c.name;
-    for (CodePath path : kBothPaths) {
-      Record actual = Build(
-          path, {c.a[0], c.a[1], c.a[2], c.b[0], c.b[1], c.b[2], c.p[0], c.p[1], c.p[2]}, 1)[0];
-      EXPECT_EQ(actual.axes, expected.axes) << c.name << ", " << PathName(path);
-      EXPECT_TRUE(SameBits(expected.c, actual.c, 9)) << c.name << ", " << PathName(path);
-    }
+    Record actual = Build(
+        path(), {c.a[0], c.a[1], c.a[2], c.b[0], c.b[1], c.b[2], c.p[0], c.p[1], c.p[2]}, 1)[0];
+    EXPECT_EQ(actual.axes, expected.axes) << c.name;
+    EXPECT_TRUE(SameBits(expected.c, actual.c, 9)) << c.name;
   }
 }
 
 // Random triangles over many magnitudes: identical axes words, coefficients within one float step
 // of the long-double reference (the library rounds in double first).
-TEST(TriangleAccel, RandomTrianglesWithinOneStep) {
+TEST_P(TriangleAccel, RandomTrianglesWithinOneStep) {
   std::mt19937 rng(12345);
   std::uniform_real_distribution<float> unit(-1, 1), exponent(-20, 20);
   const int kCount = 500;
@@ -139,28 +138,28 @@ TEST(TriangleAccel, RandomTrianglesWithinOneStep) {
     for (int i = 0; i < 9; ++i)
       vert.push_back(scale * unit(rng) + (i % 3 == 0 ? 4 * scale * t / kCount : 0));
   }
-  for (CodePath path : kBothPaths) {
-    std::vector<Record> records = Build(path, vert, kCount);
-    for (int t = 0; t < kCount; ++t) {
-      const float* v = &vert[9 * t];
-      Record expected = Reference({v[0], v[1], v[2]}, {v[3], v[4], v[5]}, {v[6], v[7], v[8]});
-      ASSERT_EQ(records[t].axes, expected.axes) << "triangle " << t;
-      for (int i = 0; i < 9; ++i) {
-        float e = expected.c[i];
-        ASSERT_LE(std::fabs(records[t].c[i] - e), std::fabs(std::nextafter(e, INFINITY) - e))
-            << "triangle " << t << " coefficient " << i;
-      }
+  std::vector<Record> records = Build(path(), vert, kCount);
+  for (int t = 0; t < kCount; ++t) {
+    const float* v = &vert[9 * t];
+    Record expected = Reference({v[0], v[1], v[2]}, {v[3], v[4], v[5]}, {v[6], v[7], v[8]});
+    ASSERT_EQ(records[t].axes, expected.axes) << "triangle " << t;
+    for (int i = 0; i < 9; ++i) {
+      float e = expected.c[i];
+      ASSERT_LE(std::fabs(records[t].c[i] - e), std::fabs(std::nextafter(e, INFINITY) - e))
+          << "triangle " << t << " coefficient " << i;
     }
   }
 }
 
-// Each step rounded to float as the library does, but found by sorting each column, with the
-// margin product in long double. No vertices: the inverted box.
+// Each step rounded to float as the library does, but found by sorting each column (NaNs left
+// out), with the margin product in long double. No vertices: the inverted box.
 std::array<float, 6> ReferenceBox(const std::vector<float>& vert) {
   float lo[3], hi[3], largest = FLT_MIN;
   for (int j = 0; j < 3; ++j) {
     std::vector<float> column;
-    for (size_t i = j; i < vert.size(); i += 3) column.push_back(vert[i]);
+    for (size_t i = j; i < vert.size(); i += 3) {
+      if (!std::isnan(vert[i])) column.push_back(vert[i]);
+    }
     std::sort(column.begin(), column.end());
     lo[j] = column.empty() ? FLT_MAX : column.front();
     hi[j] = column.empty() ? -FLT_MAX : column.back();
@@ -172,7 +171,10 @@ std::array<float, 6> ReferenceBox(const std::vector<float>& vert) {
   return box;
 }
 
-TEST(BoundBox, MatchesReference) {
+class BoundBox : public PerPath {};
+VTQR_INSTANTIATE_PER_PATH(BoundBox);
+
+TEST_P(BoundBox, MatchesReference) {
   std::mt19937 rng(99);
   std::uniform_real_distribution<float> unit(-10, 10);
   struct Case {
@@ -181,30 +183,31 @@ TEST(BoundBox, MatchesReference) {
   };
   std::vector<Case> cases = {{0, {}},
                              {-5, {}},
-                             {1, {0, 0, 0}},               // margin of the smallest normal float
-                             {2, {-200, 1, 1, 2, 3, 4}}};  // largest magnitude on the min side
-  // Every length of the unrolled loop's tail, with the extremes in the last vertex.
+                             {1, {0, 0, 0}},              // margin of the smallest normal float
+                             {2, {-200, 1, 1, 2, 3, 4}},  // largest magnitude on the min side
+                             {1, {NAN, NAN, NAN}}};       // NaN coordinates are ignored
+  // Every length of the unrolled loop's tail, with the extremes in the last vertex; then with a
+  // NaN in the first and in the last vertex.
   for (int count = 1; count <= 17; ++count) {
     std::vector<float> vert(3 * static_cast<size_t>(count));
     for (float& x : vert) x = unit(rng);
     vert[3 * count - 3] = -1000;
     vert[3 * count - 1] = 500;
     cases.push_back({count, vert});
+    vert[1] = vert[3 * count - 2] = NAN;
+    cases.push_back({count, vert});
   }
   for (const Case& c : cases) {
     std::array<float, 6> expected = ReferenceBox(c.vert), box;
     std::vector<float> vert = c.vert;
     vert.resize(std::max<size_t>(vert.size(), 3));  // a valid pointer even for no vertices
-    for (CodePath path : kBothPaths) {
-      ASSERT_EQ(kDispatchTable.SetBoundBox_32f[path](vert.data(), c.count, box.data()), vtqStsOk);
-      EXPECT_TRUE(SameBits(expected.data(), box.data(), 6))
-          << c.count << " vertices, " << PathName(path);
-    }
+    ASSERT_EQ(kDispatchTable.SetBoundBox_32f[path()](vert.data(), c.count, box.data()), vtqStsOk);
+    EXPECT_TRUE(SameBits(expected.data(), box.data(), 6)) << c.count << " vertices";
   }
   // Null vertices: -8 and the box untouched.
   float box[6];
   std::fill(box, box + 6, Sentinel());
-  EXPECT_EQ(kDispatchTable.SetBoundBox_32f[kPathU8](nullptr, 3, box), vtqStsErrNullPtr);
+  EXPECT_EQ(kDispatchTable.SetBoundBox_32f[path()](nullptr, 3, box), vtqStsErrNullPtr);
   for (float x : box) EXPECT_EQ(Bits(x), kSentinelBits);
 }
 

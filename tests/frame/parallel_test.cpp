@@ -1,11 +1,15 @@
-// The threading rule: even static chunks covering the range once, one per thread, and a
-// serial run when called from inside another parallel region.
+// The threading rule: even static chunks covering the range once, one per thread with its own
+// rank, the size gate and the single-thread case run inline, and a serial run when called from
+// inside another parallel region.
 
 #include <omp.h>
 
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <mutex>
+#include <set>
+#include <thread>
 #include <vector>
 
 #include "frame/parallel.h"
@@ -19,28 +23,69 @@ class ThreadCount {
   ~ThreadCount() { vtqSetNumThreads(0); }
 };
 
-TEST(ParallelChunks, CoversTheRangeOnceInEvenChunks) {
+// What one call of the body saw.
+struct Chunk {
+  int64_t begin, end;
+  int rank;
+  bool onCaller;  // ran on the thread that called ParallelChunks
+  int level;      // OpenMP nesting level inside the body: 0 when no region was opened
+};
+
+TEST(ParallelChunks, CoversTheRangeOnceWithOneRankPerChunk) {
   struct Case {
+    const char* name;
     int threads;
     int64_t count;
     Fork fork;
+    int chunks;  // calls expected: one per thread (never an empty one), or 1 when inline
   };
-  const Case cases[] = {{1, 10, Fork::kAlways}, {3, 10, Fork::kAlways},
-                        {4, 3, Fork::kAlways},  {3, 1000, Fork::kWhenThreaded},
-                        {1, 7, Fork::kWhenThreaded}};
+  const Case cases[] = {
+      {"one thread, always", 1, 10, Fork::kAlways, 1},
+      {"three threads", 3, 10, Fork::kAlways, 3},
+      {"more threads than items", 4, 3, Fork::kAlways, 3},
+      {"nothing to do", 4, 0, Fork::kAlways, 0},
+      {"threaded", 3, 1000, Fork::kWhenThreaded, 3},
+      {"one thread, when threaded", 1, 7, Fork::kWhenThreaded, 1},
+      {"never", 4, 100, Fork::kNever, 1},
+      // The size gate: every axis at least 16 opens the region, one short keeps it closed.
+      {"gate 16 x 16 x 16", 4, 16, WhenThreadedAndLarge(16, 16, 16), 4},
+      {"gate width 15", 4, 16, WhenThreadedAndLarge(15, 16, 16), 1},
+      {"gate height 15", 4, 16, WhenThreadedAndLarge(16, 15, 16), 1},
+      {"gate depth 15", 4, 16, WhenThreadedAndLarge(16, 16, 15), 1},
+      {"gate, one thread", 1, 16, WhenThreadedAndLarge(64, 64, 64), 1},
+  };
   for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
     ThreadCount threads(c.threads);
-    std::vector<std::atomic<int>> visits(c.count);
-    std::atomic<int64_t> smallest{c.count}, largest{0};
-    ParallelChunks(c.count, c.fork, [&](int64_t begin, int64_t end) {
+    const std::thread::id caller = std::this_thread::get_id();
+    std::mutex lock;
+    std::vector<Chunk> chunks;
+    std::vector<std::atomic<int>> visits(static_cast<size_t>(c.count));
+    ParallelChunks(c.count, c.fork, [&](int64_t begin, int64_t end, int rank) {
       for (int64_t i = begin; i < end; ++i) visits[i]++;
-      smallest = std::min<int64_t>(smallest, end - begin);
-      largest = std::max<int64_t>(largest, end - begin);
+      std::lock_guard<std::mutex> hold(lock);
+      chunks.push_back({begin, end, rank, std::this_thread::get_id() == caller, omp_get_level()});
     });
     for (int64_t i = 0; i < c.count; ++i) ASSERT_EQ(visits[i], 1) << "item " << i;
-    if (c.count >= c.threads) {
-      EXPECT_LE(largest - smallest, 1) << c.threads << " threads";
+    ASSERT_EQ(static_cast<int>(chunks.size()), c.chunks);
+
+    std::set<int> ranks;
+    for (const Chunk& chunk : chunks) {
+      EXPECT_LT(chunk.begin, chunk.end);
+      EXPECT_GE(chunk.rank, 0);
+      EXPECT_LT(chunk.rank, c.threads);
+      ranks.insert(chunk.rank);
+      // Even split: no chunk more than one item longer than another.
+      EXPECT_LE(chunk.end - chunk.begin, c.count / c.chunks + 1);
+      EXPECT_GE(chunk.end - chunk.begin, c.count / c.chunks);
+      if (c.chunks == 1 && c.fork != Fork::kAlways) {
+        // Inline: the caller does the whole range itself, without a region.
+        EXPECT_TRUE(chunk.onCaller);
+        EXPECT_EQ(chunk.rank, 0);
+        EXPECT_EQ(chunk.level, 0);
+      }
     }
+    EXPECT_EQ(ranks.size(), chunks.size()) << "each chunk has a rank of its own";
   }
 }
 
@@ -50,6 +95,7 @@ TEST(ParallelChunks, RunsOnTheCallerInsideAParallelRegion) {
   std::atomic<int> calls{0}, wholeRangeCalls{0};
 #pragma omp parallel num_threads(2)
   {
+    // A body without the rank, which the loop also accepts.
     ParallelChunks(100, Fork::kAlways, [&](int64_t begin, int64_t end) {
       calls++;
       if (begin == 0 && end == 100) wholeRangeCalls++;

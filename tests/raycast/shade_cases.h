@@ -24,16 +24,32 @@ inline constexpr float kLight[3] = {-3.0f, 4.0f, 0.5f};
 // runs over the end.
 inline constexpr int kGuard = 4;
 
-// The float planes and the mask of one call, each with its own misalignment in floats.
+// Where the arrays of one call start, in elements past a 64-byte boundary: plane j at
+// planes[j % planes.size()], the mask at `mask`.
+struct Layout {
+  std::vector<int> planes;
+  int mask;
+
+  // Every array at `offset`.
+  static Layout All(int offset) { return {{offset}, offset}; }
+  // Every array aligned but one, a float off: plane `off`, or the mask when off == planeCount.
+  static Layout OneOff(int planeCount, int off) {
+    Layout layout{std::vector<int>(static_cast<size_t>(planeCount), 0), off == planeCount};
+    if (off < planeCount) layout.planes[static_cast<size_t>(off)] = 1;
+    return layout;
+  }
+};
+
+// The float planes and the mask of one call.
 struct Rays {
-  Rays(int planeCount, int len, const std::vector<int>& offsets)
+  Rays(int planeCount, int len, const Layout& layout)
       : maskStorage(static_cast<size_t>(len) + kGuard + 32) {
     for (int j = 0; j < planeCount; ++j) {
-      planes.emplace_back(len + kGuard, offsets[j % offsets.size()]);
+      planes.emplace_back(len + kGuard, layout.planes[j % layout.planes.size()]);
       std::fill(planes.back().begin(), planes.back().end(), Sentinel());
     }
     auto address = reinterpret_cast<uintptr_t>(maskStorage.data());
-    size_t skip = ((64 - address % 64) % 64) / sizeof(int32_t) + offsets.back();
+    size_t skip = ((64 - address % 64) % 64) / sizeof(int32_t) + layout.mask;
     mask = maskStorage.data() + skip;
     std::fill_n(mask, len + kGuard, static_cast<int32_t>(kSentinelBits));
   }

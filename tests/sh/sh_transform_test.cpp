@@ -153,11 +153,23 @@ void SequentialForward(const float *basis, float value, float *coeff, size_t cou
   }
 }
 
+// The inverse's documented order: eight partial sums p_r of the products at k = r (mod 8), each
+// product rounded before its add, then ((p0 + p4) + (p2 + p6)) + ((p1 + p5) + (p3 + p7)).
+float InverseModel(const float *basis, const float *coeff, size_t count) {
+  float p[8] = {};
+  for (size_t k = 0; k < count; ++k) {
+    const float product = basis[k] * coeff[k];
+    p[k % 8] = p[k % 8] + product;
+  }
+  return ((p[0] + p[4]) + (p[2] + p[6])) + ((p[1] + p[5]) + (p[3] + p[7]));
+}
+
 // The three forward forms give exactly the sequential float loop over samples on the basis of one
 // direction at a time, for counts below, at and past a block of four, with the special sample
-// values among random ones. Orders below the state's touch only their coefficients, and the inverse
-// reads only those: the NaN past them stays out of its results.
-TEST(SHTransform, ForwardIsTheSequentialFloatSum) {
+// values among random ones; the inverse of the result gives exactly its documented order of sums.
+// Orders below the state's touch only their coefficients, and the inverse reads only those: the
+// NaN past them stays out of its results.
+TEST(SHTransform, ForwardAndInverseFollowTheirDocumentedOrder) {
   for (int method : kMethods) {
     State state(15, method);
     for (Vtq32u order : {1u, 2u, 15u}) {
@@ -172,14 +184,14 @@ TEST(SHTransform, ForwardIsTheSequentialFloatSum) {
         for (int c = 0; c < 3; ++c) std::fill(b.coeffs(c) + set, b.coeffs(c) + 256, Sentinel());
         const std::vector<float> initial = b.coeff;
         std::vector<float> want[3] = {initial, initial, initial};
+        std::vector<std::vector<float>> bases(n, std::vector<float>(set));
         for (int i = 0; i < n; ++i) {
-          std::vector<float> basis(set);
-          ASSERT_EQ(vtqStsOk,
-                    Eval(&b.d.x[i], &b.d.y[i], &b.d.z[i], 1, basis.data(), order, state.get()));
-          SequentialForward(basis.data(), b.samples[i], want[0].data(), set);
+          float *basis = bases[i].data();
+          ASSERT_EQ(vtqStsOk, Eval(&b.d.x[i], &b.d.y[i], &b.d.z[i], 1, basis, order, state.get()));
+          SequentialForward(basis, b.samples[i], want[0].data(), set);
           for (int c = 0; c < 3; ++c) {
-            SequentialForward(basis.data(), b.samples[3 * i + c], &want[1][c * 256], set);
-            SequentialForward(basis.data(), b.sample(c)[i], &want[2][c * 256], set);
+            SequentialForward(basis, b.samples[3 * i + c], &want[1][c * 256], set);
+            SequentialForward(basis, b.sample(c)[i], &want[2][c * 256], set);
           }
         }
         for (Fn fn : {kFwdC1I, kFwdC3P3I, kFwdP3I}) {
@@ -197,6 +209,12 @@ TEST(SHTransform, ForwardIsTheSequentialFloatSum) {
                                   &one[c * n], n, state.get()));
         }
         ASSERT_TRUE(std::all_of(one.begin(), one.end(), [](float v) { return std::isfinite(v); }));
+        for (int c = 0; c < 3; ++c) {
+          for (int i = 0; i < n; ++i) {
+            ASSERT_EQ(Bits(InverseModel(bases[i].data(), b.coeffs(c), set)), Bits(one[c * n + i]))
+                << "channel " << c << ", direction " << i;
+          }
+        }
         ASSERT_EQ(vtqStsOk, Call(kInvP3, b, n, order, state.get()));
         for (int c = 0; c < 3; ++c) EXPECT_TRUE(SameBits(&one[c * n], b.outs(c), n));
         ASSERT_EQ(vtqStsOk, Call(kInvP3C3, b, n, order, state.get()));

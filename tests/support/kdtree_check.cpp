@@ -1,5 +1,5 @@
 // KD-tree checker: structural walk over the block, then an exact coverage proof per triangle.
-#include "accel/kdtree_check.h"
+#include "support/kdtree_check.h"
 
 #include <algorithm>
 #include <cmath>
@@ -399,10 +399,9 @@ class Checker {
     }
   }
 
-  bool ReadWords(int64_t offset, int32_t* w0, int32_t* w1) const {
-    if (offset < 0 || offset > size_ - 8) return false;
-    std::memcpy(w0, base_ + offset, 4);
-    std::memcpy(w1, base_ + offset + 4, 4);
+  bool ReadNode(int64_t offset, VtqrKDTreeNode* node) const {
+    if (offset < 0 || offset > size_ - int64_t{sizeof(VtqrKDTreeNode)}) return false;
+    std::memcpy(node, base_ + offset, sizeof(VtqrKDTreeNode));
     return true;
   }
 
@@ -424,8 +423,8 @@ class Checker {
     while (!stack.empty()) {
       Pending item = stack.back();
       stack.pop_back();
-      int32_t w0, w1;
-      if (!ReadWords(item.offset, &w0, &w1)) {
+      VtqrKDTreeNode node;
+      if (!ReadNode(item.offset, &node)) {
         Fail() << "node at byte offset " << item.offset << " (depth " << item.depth
                << ") lies outside the " << size_ << "-byte block";
         return Failed();
@@ -443,11 +442,10 @@ class Checker {
         return Failed();
       }
       double area = HalfArea(item.cell);
-      if (w0 >= 0) {
-        int axis = w0 & 3;
-        float split;
-        std::memcpy(&split, &w1, 4);
-        int64_t childOffset = item.offset + (w0 & ~7);
+      if (!kdnode::IsLeaf(node)) {
+        int axis = kdnode::SplitAxis(node);
+        float split = kdnode::SplitPosition(node);
+        int64_t childOffset = item.offset + kdnode::ChildOffset(node);
         if (axis == 3) {
           Fail() << "interior node at byte offset " << item.offset << " names axis 3";
           return Failed();
@@ -470,23 +468,23 @@ class Checker {
         upper.lo[axis] = std::max(item.cell.lo[axis], static_cast<double>(split));
         int64_t lowerIndex = static_cast<int64_t>(nodes_.size());
         nodes_.resize(nodes_.size() + 2);
-        Node& node = nodes_[static_cast<size_t>(item.index)];
-        node.axis = axis;
-        node.split = split;
-        node.lowerChild = lowerIndex;
+        Node& read = nodes_[static_cast<size_t>(item.index)];
+        read.axis = axis;
+        read.split = split;
+        read.lowerChild = lowerIndex;
         // Push the upper child first so the lower one is read first, as the builder lays out.
         stack.push_back({childOffset + 8, item.depth + 1, upper, lowerIndex + 1});
         stack.push_back({childOffset, item.depth + 1, lower, lowerIndex});
         continue;
       }
       Leaf leaf{item.offset, item.depth, item.cell, {}};
-      if (!ReadLeafList(item.offset, w0, w1, &leaf.triangles, &lists)) return false;
+      if (!ReadLeafList(item.offset, node, &leaf.triangles, &lists)) return false;
       ++stats_.leaves;
       stats_.maxDepth = std::max(stats_.maxDepth, item.depth);
       stats_.triangleRefs += static_cast<int64_t>(leaf.triangles.size());
       leafArea_ += area * static_cast<double>(leaf.triangles.size());
       if (leaf.triangles.empty()) ++stats_.emptyLeaves;
-      if (w1 < 0) ++stats_.compactLeaves;
+      if (kdnode::KindOfLeaf(node) == kdnode::LeafKind::kCompact) ++stats_.compactLeaves;
       std::sort(leaf.triangles.begin(), leaf.triangles.end());
       leaf.triangles.erase(std::unique(leaf.triangles.begin(), leaf.triangles.end()),
                            leaf.triangles.end());
@@ -496,47 +494,50 @@ class Checker {
     return ListsClearOfNodes(std::move(nodeOffsets), lists) && IndicesInRange();
   }
 
-  // Decodes the three leaf kinds. Offsets are widened to 64 bits before any arithmetic, so a
-  // list length or distance near the int32 limits cannot wrap into the block.
-  bool ReadLeafList(int64_t offset, int32_t w0, int32_t w1, std::vector<int32_t>* out,
+  // Reads the three leaf kinds. Offsets are widened to 64 bits before any arithmetic, so a list
+  // length or distance near the int32 limits cannot wrap into the block.
+  bool ReadLeafList(int64_t offset, VtqrKDTreeNode leaf, std::vector<int32_t>* out,
                     std::vector<std::pair<int64_t, int64_t>>* lists) {
-    if (w1 == 0) return true;
-    if (w1 > 0) {
-      int64_t listOffset = -static_cast<int64_t>(w0);
-      int64_t start = offset + listOffset;
-      int64_t end = start + 4 * static_cast<int64_t>(w1);
-      if (listOffset % 4 != 0) {
-        Fail() << "leaf at byte offset " << offset << " points to a list at distance " << listOffset
-               << ", which is not a multiple of 4";
-        return Failed();
-      }
-      if (end > size_) {
-        Fail() << "leaf at byte offset " << offset << " lists " << w1 << " triangles at " << start
-               << ", running past the end of the " << size_ << "-byte block";
-        return Failed();
-      }
-      lists->push_back({start, end});
-      out->resize(static_cast<size_t>(w1));
-      std::memcpy(out->data(), base_ + start, 4 * static_cast<size_t>(w1));
-    } else {
-      int n = w1 & 3;
-      int64_t a = w0 & 0x7FFFFFFF;
-      int64_t m = (w1 & 0x7FFFFFFC) >> 2;
-      if (n == 0) {
-        Fail() << "compact leaf at byte offset " << offset << " has a count of 0";
-        return Failed();
-      }
-      std::vector<int64_t> indices;
-      if (n == 1) indices = {a};
-      if (n == 2) indices = {a, m};
-      if (n == 3) indices = {m - (a >> 16), m, m + (a & 0xFFFF)};
-      for (int64_t index : indices) {
-        if (index < 0 || index > std::numeric_limits<int32_t>::max()) {
-          Fail() << "compact leaf at byte offset " << offset << " decodes to index " << index;
+    switch (kdnode::KindOfLeaf(leaf)) {
+      case kdnode::LeafKind::kEmpty:
+        return true;
+      case kdnode::LeafKind::kList: {
+        int64_t listOffset = kdnode::ListOffset(leaf);
+        int64_t count = kdnode::ListCount(leaf);
+        int64_t start = offset + listOffset;
+        int64_t end = start + 4 * count;
+        if (listOffset % 4 != 0) {
+          Fail() << "leaf at byte offset " << offset << " points to a list at distance "
+                 << listOffset << ", which is not a multiple of 4";
           return Failed();
         }
-        out->push_back(static_cast<int32_t>(index));
+        if (end > size_) {
+          Fail() << "leaf at byte offset " << offset << " lists " << count << " triangles at "
+                 << start << ", running past the end of the " << size_ << "-byte block";
+          return Failed();
+        }
+        lists->push_back({start, end});
+        out->resize(static_cast<size_t>(count));
+        std::memcpy(out->data(), base_ + start, 4 * static_cast<size_t>(count));
+        return true;
       }
+      case kdnode::LeafKind::kCompact:
+        break;
+    }
+    int count = kdnode::CompactCount(leaf);
+    if (count == 0) {
+      Fail() << "compact leaf at byte offset " << offset << " has a count of 0";
+      return Failed();
+    }
+    // Decoding cannot overflow: the numbers are at most 2^29 + 2^16 in magnitude.
+    int32_t ids[3];
+    kdnode::DecodeCompact(leaf, ids);
+    for (int i = 0; i < count; ++i) {
+      if (ids[i] < 0) {
+        Fail() << "compact leaf at byte offset " << offset << " decodes to index " << ids[i];
+        return Failed();
+      }
+      out->push_back(ids[i]);
     }
     return true;
   }

@@ -5,14 +5,15 @@
 // surface. CheckKDTree() reads a block the way the traversal does, but verifies every offset
 // first, and then proves, with exact arithmetic, that no triangle can be missed.
 //
-// Plain C++ without intrinsics, compiled once into the library's static archive (not per code
-// path): the builder's tests, the benchmarks and debug code of the traversal all call it.
-#ifndef VTQR_ACCEL_KDTREE_CHECK_H_
-#define VTQR_ACCEL_KDTREE_CHECK_H_
+// Test support, not part of the library: the builder's tests and the benchmarks call it, and
+// the traversal's tests can check the trees they walk.
+#ifndef VTQR_TESTS_SUPPORT_KDTREE_CHECK_H_
+#define VTQR_TESTS_SUPPORT_KDTREE_CHECK_H_
 
 #include <cstdint>
 #include <string>
 
+#include "accel/kdtree_node.h"
 #include "vtqr/accel.h"
 
 namespace vtqr {
@@ -26,8 +27,8 @@ struct KDTreeMesh {
 };
 
 struct KDTreeCheckOptions {
-  // Deepest allowed node; the root has depth 0.
-  unsigned maxDepth = 50;
+  // Deepest allowed node; the root has depth 0. Defaults to the deepest a build may create.
+  unsigned maxDepth = kdnode::kMaxDepth;
   // Root cell (x min, y min, z min, x max, y max, z max), normally the box from
   // vtqrSetBoundBox_32f. Null: the exact bounds of the triangles' vertices. Any box holding the
   // whole mesh gives the same verdict; the box only scales the cost figures below.
@@ -79,4 +80,4 @@ std::string CheckKDTree(const VtqrKDTreeNode* tree, int64_t treeSize, const KDTr
 
 }  // namespace vtqr
 
-#endif  // VTQR_ACCEL_KDTREE_CHECK_H_
+#endif  // VTQR_TESTS_SUPPORT_KDTREE_CHECK_H_

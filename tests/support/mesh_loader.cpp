@@ -1,60 +1,47 @@
-// Triangle meshes for tests and benchmarks: readers for the shared OBJ and PLY files and a few
-// generators that stress the tree builder (curved surfaces, random soups, coplanar grids,
-// duplicates). Header-only, so tests, benchmarks and examples include it without linking anything.
-#ifndef VTQR_TOOLS_MESH_MESH_LOADER_H_
-#define VTQR_TOOLS_MESH_MESH_LOADER_H_
+// Mesh readers and generators.
+#include "support/mesh_loader.h"
 
 #include <cmath>
-#include <cstdint>
 #include <cstring>
 #include <fstream>
 #include <numbers>
 #include <random>
 #include <sstream>
-#include <string>
-#include <vector>
 
 namespace vtqr::test {
 
-// The library's mesh layout: packed xyz floats, four int32 per triangle (the fourth is 0).
-struct Mesh {
-  std::vector<float> vert;
-  std::vector<int32_t> tri;
+int32_t Mesh::AddVertex(float x, float y, float z) {
+  vert.push_back(x);
+  vert.push_back(y);
+  vert.push_back(z);
+  return VertCount() - 1;
+}
 
-  int VertCount() const { return static_cast<int>(vert.size() / 3); }
-  int TriCount() const { return static_cast<int>(tri.size() / 4); }
-  int32_t AddVertex(float x, float y, float z) {
-    vert.push_back(x);
-    vert.push_back(y);
-    vert.push_back(z);
-    return VertCount() - 1;
-  }
-  void AddTriangle(int32_t a, int32_t b, int32_t c) {
-    tri.push_back(a);
-    tri.push_back(b);
-    tri.push_back(c);
-    tri.push_back(0);
-  }
-  // Appends another mesh, renumbering its vertices.
-  void Append(const Mesh& other) {
-    int32_t base = VertCount();
-    vert.insert(vert.end(), other.vert.begin(), other.vert.end());
-    for (size_t i = 0; i < other.tri.size(); i += 4) {
-      AddTriangle(other.tri[i] + base, other.tri[i + 1] + base, other.tri[i + 2] + base);
-    }
-  }
-};
+void Mesh::AddTriangle(int32_t a, int32_t b, int32_t c) {
+  tri.push_back(a);
+  tri.push_back(b);
+  tri.push_back(c);
+  tri.push_back(0);
+}
 
-namespace mesh_detail {
+void Mesh::Append(const Mesh& other) {
+  int32_t base = VertCount();
+  vert.insert(vert.end(), other.vert.begin(), other.vert.end());
+  for (size_t i = 0; i < other.tri.size(); i += 4) {
+    AddTriangle(other.tri[i] + base, other.tri[i + 1] + base, other.tri[i + 2] + base);
+  }
+}
+
+namespace {
 
 // Polygons become fans around their first vertex.
-inline void AddPolygon(Mesh* mesh, const std::vector<int32_t>& corners) {
+void AddPolygon(Mesh* mesh, const std::vector<int32_t>& corners) {
   for (size_t i = 2; i < corners.size(); ++i) {
     mesh->AddTriangle(corners[0], corners[i - 1], corners[i]);
   }
 }
 
-inline size_t PlyTypeSize(const std::string& type) {
+size_t PlyTypeSize(const std::string& type) {
   if (type == "char" || type == "uchar" || type == "int8" || type == "uint8") return 1;
   if (type == "short" || type == "ushort" || type == "int16" || type == "uint16") return 2;
   if (type == "int" || type == "uint" || type == "float" || type == "int32" || type == "uint32" ||
@@ -65,7 +52,7 @@ inline size_t PlyTypeSize(const std::string& type) {
   return 0;
 }
 
-inline int64_t PlyReadInt(const char* p, const std::string& type) {
+int64_t PlyReadInt(const char* p, const std::string& type) {
   switch (PlyTypeSize(type)) {
     case 1: {
       uint8_t v;
@@ -86,10 +73,9 @@ inline int64_t PlyReadInt(const char* p, const std::string& type) {
   }
 }
 
-}  // namespace mesh_detail
+}  // namespace
 
-// Reads "v x y z" and "f a b c ..." lines (indices may carry /vt/vn parts or be negative).
-inline bool LoadObj(const std::string& path, Mesh* mesh, std::string* error) {
+bool LoadObj(const std::string& path, Mesh* mesh, std::string* error) {
   std::ifstream in(path);
   if (!in) {
     *error = "cannot open " + path;
@@ -113,15 +99,13 @@ inline bool LoadObj(const std::string& path, Mesh* mesh, std::string* error) {
         long index = std::stol(word.substr(0, word.find('/')));
         corners.push_back(static_cast<int32_t>(index < 0 ? mesh->VertCount() + index : index - 1));
       }
-      mesh_detail::AddPolygon(mesh, corners);
+      AddPolygon(mesh, corners);
     }
   }
   return true;
 }
 
-// Reads binary little-endian PLY: vertex x, y, z as float (other vertex properties skipped),
-// faces as a list property (count then indices).
-inline bool LoadPly(const std::string& path, Mesh* mesh, std::string* error) {
+bool LoadPly(const std::string& path, Mesh* mesh, std::string* error) {
   std::ifstream in(path, std::ios::binary);
   if (!in) {
     *error = "cannot open " + path;
@@ -172,24 +156,23 @@ inline bool LoadPly(const std::string& path, Mesh* mesh, std::string* error) {
       for (const Property& property : element.properties) {
         if (!property.countType.empty()) {
           char countBytes[8];
-          in.read(countBytes,
-                  static_cast<std::streamsize>(mesh_detail::PlyTypeSize(property.countType)));
-          int64_t count = mesh_detail::PlyReadInt(countBytes, property.countType);
-          size_t size = mesh_detail::PlyTypeSize(property.type);
+          in.read(countBytes, static_cast<std::streamsize>(PlyTypeSize(property.countType)));
+          int64_t count = PlyReadInt(countBytes, property.countType);
+          size_t size = PlyTypeSize(property.type);
           record.resize(static_cast<size_t>(count) * size);
           in.read(record.data(), static_cast<std::streamsize>(record.size()));
           if (element.name == "face") {
             corners.clear();
             for (int64_t i = 0; i < count; ++i) {
-              corners.push_back(static_cast<int32_t>(mesh_detail::PlyReadInt(
-                  record.data() + i * static_cast<int64_t>(size), property.type)));
+              corners.push_back(static_cast<int32_t>(
+                  PlyReadInt(record.data() + i * static_cast<int64_t>(size), property.type)));
             }
-            mesh_detail::AddPolygon(mesh, corners);
+            AddPolygon(mesh, corners);
           }
           continue;
         }
         char value[8];
-        size_t size = mesh_detail::PlyTypeSize(property.type);
+        size_t size = PlyTypeSize(property.type);
         in.read(value, static_cast<std::streamsize>(size));
         if (element.name == "vertex" && size == 4 && property.type.rfind("float", 0) == 0) {
           int axis = property.name == "x"   ? 0
@@ -209,8 +192,7 @@ inline bool LoadPly(const std::string& path, Mesh* mesh, std::string* error) {
   return true;
 }
 
-// Loads by extension (.obj or .ply).
-inline bool LoadMesh(const std::string& path, Mesh* mesh, std::string* error) {
+bool LoadMesh(const std::string& path, Mesh* mesh, std::string* error) {
   if (path.size() >= 4 && path.compare(path.size() - 4, 4, ".ply") == 0) {
     return LoadPly(path, mesh, error);
   }
@@ -219,9 +201,7 @@ inline bool LoadMesh(const std::string& path, Mesh* mesh, std::string* error) {
 
 // Generators ----------------------------------------------------------------------------------
 
-// A closed UV sphere: `rings` bands from pole to pole, `segments` around; the poles are fans.
-inline Mesh UvSphere(int rings, int segments, float radius = 1.0f, float cx = 0, float cy = 0,
-                     float cz = 0) {
+Mesh UvSphere(int rings, int segments, float radius, float cx, float cy, float cz) {
   Mesh mesh;
   int32_t north = mesh.AddVertex(cx, cy, cz + radius);
   for (int r = 1; r < rings; ++r) {
@@ -246,9 +226,37 @@ inline Mesh UvSphere(int rings, int segments, float radius = 1.0f, float cx = 0,
   return mesh;
 }
 
-// `count` independent triangles: centres uniform in [-extent, extent]^3, corners within
-// `size` of the centre. Each triangle has its own three vertices.
-inline Mesh RandomSoup(int count, uint32_t seed, float extent = 1.0f, float size = 0.1f) {
+Mesh BumpySphere(int rings, int segments, float bumpiness, uint32_t seed) {
+  Mesh mesh = UvSphere(rings, segments);
+  // A few waves of random direction, frequency and phase: smooth, but with no symmetry left.
+  std::mt19937 rng(seed);
+  std::normal_distribution<double> normal;
+  std::uniform_real_distribution<double> phase(0, 2 * std::numbers::pi), frequency(2, 9);
+  struct Wave {
+    double direction[3], frequency, phase;
+  };
+  constexpr int kWaves = 6;
+  Wave waves[kWaves];
+  for (Wave& wave : waves) {
+    for (double& d : wave.direction) d = normal(rng);
+    wave.frequency = frequency(rng);
+    wave.phase = phase(rng);
+  }
+  for (size_t v = 0; v < mesh.vert.size(); v += 3) {
+    double bump = 0;
+    for (const Wave& wave : waves) {
+      double along = wave.direction[0] * mesh.vert[v] + wave.direction[1] * mesh.vert[v + 1] +
+                     wave.direction[2] * mesh.vert[v + 2];
+      bump += std::sin(wave.frequency * along + wave.phase) / kWaves;
+    }
+    for (int k = 0; k < 3; ++k) {
+      mesh.vert[v + k] = static_cast<float>(mesh.vert[v + k] * (1 + bumpiness * bump));
+    }
+  }
+  return mesh;
+}
+
+Mesh RandomSoup(int count, uint32_t seed, float extent, float size) {
   Mesh mesh;
   std::mt19937 rng(seed);
   std::uniform_real_distribution<float> centre(-extent, extent), offset(-size, size);
@@ -262,10 +270,7 @@ inline Mesh RandomSoup(int count, uint32_t seed, float extent = 1.0f, float size
   return mesh;
 }
 
-// A floor of n x n unit squares in z = 0, plus n walls in planes x = const and one in
-// y = const, all on integer coordinates: many coplanar triangles, many lying exactly in the
-// planes a builder likes to split at, and shared edges on those planes.
-inline Mesh AxisAlignedGrid(int n) {
+Mesh AxisAlignedGrid(int n) {
   Mesh mesh;
   auto quad = [&](const float a[3], const float b[3], const float c[3], const float d[3]) {
     int32_t ia = mesh.AddVertex(a[0], a[1], a[2]), ib = mesh.AddVertex(b[0], b[1], b[2]);
@@ -295,8 +300,7 @@ inline Mesh AxisAlignedGrid(int n) {
   return mesh;
 }
 
-// Every triangle of `mesh` repeated `copies` times in a row, sharing its vertices.
-inline Mesh Duplicated(const Mesh& mesh, int copies) {
+Mesh Duplicated(const Mesh& mesh, int copies) {
   Mesh out;
   out.vert = mesh.vert;
   for (int t = 0; t < mesh.TriCount(); ++t) {
@@ -307,5 +311,3 @@ inline Mesh Duplicated(const Mesh& mesh, int copies) {
 }
 
 }  // namespace vtqr::test
-
-#endif  // VTQR_TOOLS_MESH_MESH_LOADER_H_

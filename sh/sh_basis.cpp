@@ -28,9 +28,7 @@ void EvalRecurrenceMany(const VtqrSHState* state, const float* x, const float* y
   // Whole-vector stores need every set to start on a 16-byte boundary.
   const bool aligned = setSize % 4 == 0 && reinterpret_cast<uintptr_t>(dst) % 16 == 0;
   const bool stream = aligned && uint64_t{count} * setSize * sizeof(float) >= kStreamBytes;
-  const Stores stores = stream    ? Stores::kStream
-                        : aligned ? Stores::kAligned
-                                  : Stores::kUnaligned;
+  const Stores stores = stream ? Stores::kStream : aligned ? Stores::kAligned : Stores::kUnaligned;
   size_t i = 0;
   if (count >= kBlock) {
     WideTables wide;

@@ -112,9 +112,8 @@ void WidenTables(const float* a, const float* b, unsigned order, WideTables* wid
 // table entry and loop step serves 4 * kGroups lanes. Lane j of group g is direction
 // 4g + j; every lane sees exactly the operations of EvalRecurrence1.
 template <int kGroups, class Coeffs>
-void EvalRecurrenceGroups(Coeffs coeffs, const float* px, const float* py,
-                          const float* pz, unsigned order, float* dst, size_t stride,
-                          Stores stores) {
+void EvalRecurrenceGroups(Coeffs coeffs, const float* px, const float* py, const float* pz,
+                          unsigned order, float* dst, size_t stride, Stores stores) {
   // The whole set lives on the stack (4 KiB per group at order 15, resident in L1); the
   // direction-major destination only sees finished values, four per store after a transpose.
   __m128 v[kMaxSetSize][kGroups];
@@ -178,8 +177,8 @@ void EvalRecurrenceGroups(Coeffs coeffs, const float* px, const float* py,
   }
 }
 
-void EvalRecurrence4(const float* a, const float* b, const float* x, const float* y,
-                     const float* z, unsigned order, float* dst, size_t stride, Stores stores) {
+void EvalRecurrence4(const float* a, const float* b, const float* x, const float* y, const float* z,
+                     unsigned order, float* dst, size_t stride, Stores stores) {
   EvalRecurrenceGroups<1>(ScalarCoeffs{a, b}, x, y, z, order, dst, stride, stores);
 }
 

@@ -43,8 +43,8 @@ void WidenTables(const float* a, const float* b, unsigned order, WideTables* wid
 // Writes the sets of the four directions x[0..3], y[0..3], z[0..3] to dst + j*stride,
 // j = 0..3, order <= 15. With Stores::kStream the sets go out with non-temporal stores and the
 // caller issues the store fence after its last block.
-void EvalRecurrence4(const float* a, const float* b, const float* x, const float* y,
-                     const float* z, unsigned order, float* dst, size_t stride, Stores stores);
+void EvalRecurrence4(const float* a, const float* b, const float* x, const float* y, const float* z,
+                     unsigned order, float* dst, size_t stride, Stores stores);
 
 // The same from widened tables, which must cover `order`.
 void EvalRecurrence4(const WideTables& wide, const float* x, const float* y, const float* z,

@@ -68,8 +68,8 @@ inline __m128i ZeroNegativesAndBias(__m128i v) {
 // except those above 65535, which that pack saturates to 32767; flipping the top bit of each
 // 16-bit result then removes the bias.
 inline __m128i PackSat16u(__m128i lo, __m128i hi) {
-  const __m128i packed =
-      _mm_packs_epi32(detail::ZeroNegativesAndBias(lo), detail::ZeroNegativesAndBias(hi));
+  const __m128i packed = _mm_packs_epi32(detail::ZeroNegativesAndBias(lo),
+                                         detail::ZeroNegativesAndBias(hi));
   return _mm_xor_si128(packed, _mm_set1_epi16(INT16_MIN));
 }
 

@@ -28,9 +28,7 @@ struct AlignedFour {
   static __m128i LoadMask(const Vtq32s* p) {
     return _mm_load_si128(reinterpret_cast<const __m128i*>(p));
   }
-  static void StoreMask(Vtq32s* p, __m128i v) {
-    _mm_store_si128(reinterpret_cast<__m128i*>(p), v);
-  }
+  static void StoreMask(Vtq32s* p, __m128i v) { _mm_store_si128(reinterpret_cast<__m128i*>(p), v); }
 };
 
 // Four rays from planes with any 4-byte alignment.

@@ -19,9 +19,7 @@ template <class T>
 struct Planes {
   explicit Planes(T* const p[3]) : x(p[0]), y(p[1]), z(p[2]) {}
   // Element i of every plane lies on a 16-byte boundary.
-  bool Aligned16At(int i) const {
-    return Aligned16(x + i) && Aligned16(y + i) && Aligned16(z + i);
-  }
+  bool Aligned16At(int i) const { return Aligned16(x + i) && Aligned16(y + i) && Aligned16(z + i); }
   T* x;
   T* y;
   T* z;
@@ -67,8 +65,7 @@ inline Vec3 Sub(Vec3 a, Vec3 b) {
 
 // a.x*b.x + a.y*b.y + a.z*b.z, summed left to right like the scalar formula.
 inline __m128 Dot(Vec3 a, Vec3 b) {
-  return _mm_add_ps(_mm_add_ps(_mm_mul_ps(a.x, b.x), _mm_mul_ps(a.y, b.y)),
-                    _mm_mul_ps(a.z, b.z));
+  return _mm_add_ps(_mm_add_ps(_mm_mul_ps(a.x, b.x), _mm_mul_ps(a.y, b.y)), _mm_mul_ps(a.z, b.z));
 }
 
 }  // namespace simd

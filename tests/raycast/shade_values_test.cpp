@@ -253,16 +253,16 @@ TEST_P(ShadeKernels, DeadRaysKeepTheirBits) {
       {"AddMulMul_32f_AC1P3IM", {4, 5, 6}},  // the colour sums
   };
   const uint32_t deadBits[] = {0x7FA00001u, 0xFF800001u, 0x80000000u, 0x7FBFFFFFu};
-  // Misalignment in floats per plane, cycled: all aligned, all off by one, mixed.
-  const std::vector<int> layouts[] = {{0}, {1}, {1, 0}};
+  // All aligned, all a float off, and planes alternately off and aligned.
+  const Layout layouts[] = {Layout::All(0), Layout::All(1), {{1, 0}, 0}};
   for (const ShadeCase& c : ShadeCases()) {
     auto kept = keptPlanes.find(c.name);
     if (kept == keptPlanes.end()) continue;
     for (int len : {8, 13}) {
-      for (const auto& offsets : layouts) {
+      for (const Layout& layout : layouts) {
         SCOPED_TRACE(::testing::Message() << c.name << " len " << len << " layout "
-                                          << offsets.size() << "/" << offsets[0]);
-        Rays r(c.planeCount, len, offsets);
+                                          << layout.planes.size() << "/" << layout.planes[0]);
+        Rays r(c.planeCount, len, layout);
         FillRays(r, len, 11 * len, /*specials=*/false);
         for (int i = 0; i < len; ++i) {
           r.mask[i] = i % 3 == 1 ? -1 - i : i;

@@ -56,7 +56,7 @@ TEST(SHState, SizeChecksAndLayout) {
       {0, vtqrSHRecurrence, vtqStsOk, 64},
       {2, vtqrSHRecurrence, vtqStsOk, 96},
       {15, vtqrSHRecurrence, vtqStsOk, 1120},
-      {20, vtqrSHRecurrence, vtqStsOk, 1888},  // no evaluation limit for the recurrence
+      {20, vtqrSHRecurrence, vtqStsOk, 1888},            // no evaluation limit for the recurrence
       {32766, vtqrSHRecurrence, vtqStsOk, 4294836256u},  // the largest size that fits
       {32767, vtqrSHRecurrence, vtqStsErrSize, 0},       // would wrap to 131104
       {0xFFFFFFFFu, vtqrSHRecurrence, vtqStsErrSize, 0},
@@ -125,8 +125,7 @@ TEST(SHState, InitStaysInsideTheReportedSize) {
       ASSERT_LE(reinterpret_cast<uint8_t *>(state->tableB + t), base + size) << order;
     }
   }
-  const Vtq32u wrapping[] = {32767, 32768, 65535, 65536, 92681, 0x80000000u, 0xFFFFFFFEu,
-                             0xFFFFFFFFu};
+  const Vtq32u wrapping[] = {32767, 65535, 65536, 92681, 0x80000000u, 0xFFFFFFFEu, 0xFFFFFFFFu};
   for (Vtq32u order : wrapping) {
     SCOPED_TRACE(::testing::Message() << "order " << order);
     Vtq32u size = 12345;
@@ -135,11 +134,11 @@ TEST(SHState, InitStaysInsideTheReportedSize) {
     const Vtq32u t = (order + 1u) * (order + 2u) / 2u;
     const Vtq32u wrappedSize = ((t * 8u + 30u) & ~31u) + 32u;
     std::vector<uint8_t> block(wrappedSize, kFill);
-    EXPECT_EQ(vtqStsErrSize, kDispatchTable.SHInit_32f[kPathU8](
-                                 reinterpret_cast<VtqrSHState *>(block.data()), order,
-                                 vtqrSHRecurrence));
-    EXPECT_EQ(block.end(), std::find_if(block.begin(), block.end(),
-                                        [](uint8_t byte) { return byte != kFill; }));
+    EXPECT_EQ(vtqStsErrSize,
+              kDispatchTable.SHInit_32f[kPathU8](reinterpret_cast<VtqrSHState *>(block.data()),
+                                                 order, vtqrSHRecurrence));
+    EXPECT_EQ(block.end(),
+              std::find_if(block.begin(), block.end(), [](uint8_t byte) { return byte != kFill; }));
   }
 }
 

@@ -32,13 +32,13 @@ std::vector<uint16_t> Lanes16(__m128i v) {
 // order of its two halves or of the lanes within them fails as surely as one that clamps
 // wrongly.
 TEST(IntLanes, PackSat16uClampsEveryLane) {
-  const int32_t inputs[] = {0,     1,      -1,    32767,     32768,     65534,
-                            65535, 65536,  70000, -32768,    -32769,    -65536,
+  const int32_t inputs[] = {0,      1,     -1,    32767,     32768,     65534,
+                            65535,  65536, 70000, -32768,    -32769,    -65536,
                             -65535, 98303, 98304, INT32_MAX, INT32_MIN, INT32_MIN + 32768};
   const int count = static_cast<int>(std::size(inputs));
-  for (int shift = 0; shift < 8; ++shift) {
+  for (int shift = 0; shift < count; ++shift) {
     int32_t in[8];
-    for (int k = 0; k < 8; ++k) in[k] = inputs[(k + shift * 3) % count];
+    for (int k = 0; k < 8; ++k) in[k] = inputs[(k + shift) % count];
     __m128i lo = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in));
     __m128i hi = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + 4));
     std::vector<uint16_t> u = Lanes16(PackSat16u(lo, hi));
@@ -74,10 +74,10 @@ TEST(IntLanes, Widening) {
 // Ties go to the even neighbour; NaN and the values outside int32 give INT32_MIN.
 TEST(IntLanes, RoundToIntTiesToEven) {
   const float nan = std::numeric_limits<float>::quiet_NaN();
-  const float inputs[] = {0.5f,        1.5f,          2.5f,          -0.5f,
-                          -1.5f,       -2.5f,         0.49999997f,   8388609.0f,
+  const float inputs[] = {0.5f,          1.5f,           2.5f,          -0.5f,
+                          -1.5f,         -2.5f,          0.49999997f,   8388609.0f,
                           2147483520.0f, -2147483648.0f, 2147483648.0f, -2147483904.0f,
-                          nan,         INFINITY,      -INFINITY,     1e-45f};
+                          nan,           INFINITY,       -INFINITY,     1e-45f};
   for (size_t k = 0; k < std::size(inputs); k += 4) {
     const std::vector<int32_t> r = Lanes32(RoundToInt(_mm_loadu_ps(inputs + k)));
     for (int j = 0; j < 4; ++j) {

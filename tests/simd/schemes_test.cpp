@@ -50,14 +50,13 @@ TEST(PacketSchemes, EveryRayOnceFoursWhereTheRuleSays) {
           int foursBegin, foursEnd;
           bool alignedFours;
         } rows[] = {
-            {"PeelToBoundary",
-             Record([&](auto step) { PeelToBoundary(len, d, arrays, step); }), peel,
-             peel + (len - peel) / 4 * 4, sameAlignment},
+            {"PeelToBoundary", Record([&](auto step) { PeelToBoundary(len, d, arrays, step); }),
+             peel, peel + (len - peel) / 4 * 4, sameAlignment},
             {"AlignedFoursOrSingle",
              Record([&](auto step) { AlignedFoursOrSingle(len, arrays, step); }), 0,
              dstOffset == 0 && otherOffset == 0 && len % 4 == 0 ? len : 0, true},
-            {"FoursThenSingle", Record([&](auto step) { FoursThenSingle(len, arrays, step); }),
-             0, len / 4 * 4, dstOffset == 0 && otherOffset == 0},
+            {"FoursThenSingle", Record([&](auto step) { FoursThenSingle(len, arrays, step); }), 0,
+             len / 4 * 4, dstOffset == 0 && otherOffset == 0},
             {"FoursOrSingle", Record([&](auto step) { FoursOrSingle(len, arrays, step); }), 0,
              len % 4 == 0 ? len : 0, dstOffset == 0 && otherOffset == 0},
         };

@@ -5,12 +5,12 @@
 
 #include "frame/code_path.h"
 #include "frame/kernels.h"
-#include "raycast/shade_simd.h"
+#include "simd/lanes.h"
 
 VTQR_PATH_BEGIN
 namespace {
 
-using namespace shade;
+using namespace simd;
 
 // The block's first pixel in image coordinates: the product in 32-bit integers, wrapping like
 // the hardware multiply rather than overflowing into undefined behaviour, then rounded to float.

@@ -18,6 +18,10 @@
     (const Vtq32f pScale[3], const Vtq32f* pSrc, const Vtq32f* const pSrc2[3],                   \
      const Vtq32s* pMask, Vtq32f* const pSrcDst[3], int len),                                    \
     (pScale, pSrc, pSrc2, pMask, pSrcDst, len))                                                  \
+  X(CastEye_32f, SHARED, VtqStatus,                                                              \
+    (const Vtq32f imPlaneOrg[3], const Vtq32f dW[3], const Vtq32f dH[3], int wB, int hB,         \
+     VtqSize cBlock, Vtq32f* const dst[3], VtqSize blockSize),                                   \
+    (imPlaneOrg, dW, dH, wB, hB, cBlock, dst, blockSize))                                        \
   X(CastReflectionRay_32f, SHARED, VtqStatus,                                                    \
     (const Vtq32f* const pIncident[3], const Vtq32s* pMask, const Vtq32f* const pNormal[3],      \
      Vtq32f* const pDst[3], int len),                                                            \
@@ -47,6 +51,27 @@
     (const VtqCuboid* srcVOI, VtqCuboid* pDstCuboid, double xFactor, double yFactor,             \
      double zFactor, double xShift, double yShift, double zShift, int interpolation),            \
     (srcVOI, pDstCuboid, xFactor, yFactor, zFactor, xShift, yShift, zShift, interpolation))      \
+  X(IntersectAnySO_32f, SHARED, VtqStatus,                                                       \
+    (const Vtq32f originEye[3], const Vtq32f* const pDirection[3], const Vtq32f* pDist,          \
+     Vtq32s* pMask, VtqSize blockSize, const VtqrIntersectContext* pContext),                    \
+    (originEye, pDirection, pDist, pMask, blockSize, pContext))                                  \
+  X(IntersectEyeSO_32f, SHARED, VtqStatus,                                                       \
+    (const Vtq32f originEye[3], const Vtq32f* const pDirection[3], Vtq32f* pDist,                \
+     Vtq32f* const pHit[2], Vtq32s* pTrianIndex, const VtqrIntersectContext* pContext,           \
+     VtqSize blockSize),                                                                         \
+    (originEye, pDirection, pDist, pHit, pTrianIndex, pContext, blockSize))                      \
+  X(IntersectMO_32f, SHARED, VtqStatus,                                                          \
+    (const Vtq32f* const pOrigin[3], const Vtq32f* const pDirection[3], Vtq32f* pDist,           \
+     Vtq32f* const pHit[2], Vtq32s* pTrianIndex, Vtq32s* pObjectIndex,                           \
+     const VtqrIntersectContext* const pContext[], const Vtq32f* const pTransform[],             \
+     int objectCount, VtqSize blockSize),                                                        \
+    (pOrigin, pDirection, pDist, pHit, pTrianIndex, pObjectIndex, pContext, pTransform,          \
+     objectCount, blockSize))                                                                    \
+  X(IntersectMultipleSO_32f, SHARED, VtqStatus,                                                  \
+    (const Vtq32f* const pOrigin[3], const Vtq32f* const pDirection[3], Vtq32f* pDist,           \
+     Vtq32f* const pHit[2], Vtq32s* pTrianIndex, const VtqrIntersectContext* pContext,           \
+     VtqSize blockSize),                                                                         \
+    (pOrigin, pDirection, pDist, pHit, pTrianIndex, pContext, blockSize))                        \
   X(KDTreeBuildAlloc, SHARED, VtqStatus,                                                         \
     (VtqrKDTreeNode** ppTree, const Vtq32f* pVert, const Vtq32s* pTriIndex, int vertCount,       \
      int triCount, int* pTreeSize, const VtqrKDTreeBuildParams* pParams),                        \

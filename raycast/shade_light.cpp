@@ -1,33 +1,15 @@
 // Light accumulation and distance attenuation.
 #include "frame/code_path.h"
 #include "frame/kernels.h"
-#include "raycast/shade_simd.h"
+#include "simd/lanes.h"
+#include "simd/schemes.h"
+#include "simd/select.h"
+#include "simd/vec3.h"
 
 VTQR_PATH_BEGIN
 namespace {
 
-using namespace shade;
-
-// srcDst.c += (src2.c * scale[c]) * src for live rays over [begin, end); dead rays keep their
-// colour bit for bit.
-template <class Lanes>
-void AddMulMulRays(const Vtq32f scale[3], const Vtq32f* src, Planes<const Vtq32f> src2,
-                   const Vtq32s* mask, Planes<Vtq32f> srcDst, int begin, int end) {
-  const Vec3 k = Broadcast(scale);
-  for (int i = begin; i < end; i += Lanes::kWidth) {
-    __m128 dead = DeadLanes(Lanes::LoadMask(mask + i));
-    __m128 s = Lanes::Load(src + i);
-    Vec3 light = Load3<Lanes>(src2, i);
-    Vec3 sum = Load3<Lanes>(srcDst, i);
-    __m128 addX = _mm_mul_ps(_mm_mul_ps(light.x, k.x), s);
-    __m128 addY = _mm_mul_ps(_mm_mul_ps(light.y, k.y), s);
-    __m128 addZ = _mm_mul_ps(_mm_mul_ps(light.z, k.z), s);
-    Store3<Lanes>(srcDst, i,
-                  {Select(dead, sum.x, _mm_add_ps(sum.x, addX)),
-                   Select(dead, sum.y, _mm_add_ps(sum.y, addY)),
-                   Select(dead, sum.z, _mm_add_ps(sum.z, addZ))});
-  }
-}
+using namespace simd;
 
 // max(1, distance) from q, the squared distance: sqrt(q) where q >= 1, else 1. A NaN q is not
 // "at least one" and so gives 1 as well, on every path.
@@ -36,27 +18,9 @@ inline __m128 ClampedDistance(__m128 q) {
   return Select(_mm_cmpge_ps(q, one), _mm_sqrt_ps(q), one);
 }
 
-// dst = max(1, |pos - point|) for live rays, 1 for dead ones.
-template <class Lanes>
-void DistAttenuationRays(const Vtq32f point[3], Planes<const Vtq32f> pos, const Vtq32s* mask,
-                         Vtq32f* dst, int len) {
-  const __m128 one = _mm_set1_ps(1.0f);
-  const Vec3 origin = Broadcast(point);
-  for (int i = 0; i < len; i += Lanes::kWidth) {
-    __m128 dead = DeadLanes(Lanes::LoadMask(mask + i));
-    // A packet of rays that all missed costs one store: the positions are not even read.
-    if (_mm_movemask_ps(dead) == Lanes::kLaneBits) {
-      Lanes::Store(dst + i, one);
-      continue;
-    }
-    Vec3 d = Sub(Load3<Lanes>(pos, i), origin);
-    __m128 q = Dot(d, d);
-    Lanes::Store(dst + i, Select(dead, one, ClampedDistance(q)));
-  }
-}
-
 }  // namespace
 
+// srcDst.c += (src2.c * scale[c]) * src for live rays; dead rays keep their colour bit for bit.
 VtqStatus AddMulMul_32f_AC1P3IM(const Vtq32f pScale[3], const Vtq32f* pSrc,
                                 const Vtq32f* const pSrc2[3], const Vtq32s* pMask,
                                 Vtq32f* const pSrcDst[3], int len) {
@@ -65,35 +29,45 @@ VtqStatus AddMulMul_32f_AC1P3IM(const Vtq32f pScale[3], const Vtq32f* pSrc,
   }
   if (len < 1) return vtqStsOk;
 
-  // Single rays up to the x plane's 16-byte boundary, then fours, then the tail.
+  // The x plane of the sums sets the boundary.
   Planes<const Vtq32f> light(pSrc2);
   Planes<Vtq32f> sum(pSrcDst);
-  int head = RaysToBoundary(sum.x, len);
-  int bodyEnd = head + (len - head) / 4 * 4;
-  AddMulMulRays<OneRay>(pScale, pSrc, light, pMask, sum, 0, head);
-  bool aligned = Aligned16(pSrc + head) && Aligned16(pMask + head) &&
-                 light.Aligned16At(head) && sum.Aligned16At(head);
-  if (aligned) {
-    AddMulMulRays<AlignedFour>(pScale, pSrc, light, pMask, sum, head, bodyEnd);
-  } else {
-    AddMulMulRays<UnalignedFour>(pScale, pSrc, light, pMask, sum, head, bodyEnd);
-  }
-  AddMulMulRays<OneRay>(pScale, pSrc, light, pMask, sum, bodyEnd, len);
+  const Vec3 k = Broadcast(pScale);
+  PeelToBoundary(len, sum.x, Touches(pSrc, pMask, light, sum), [&](auto lanes, int i) {
+    using Lanes = decltype(lanes);
+    __m128 dead = DeadLanes(Lanes::LoadMask(pMask + i));
+    __m128 s = Lanes::Load(pSrc + i);
+    Vec3 l = Load3<Lanes>(light, i);
+    Vec3 c = Load3<Lanes>(sum, i);
+    Vec3 added = {_mm_add_ps(c.x, _mm_mul_ps(_mm_mul_ps(l.x, k.x), s)),
+                  _mm_add_ps(c.y, _mm_mul_ps(_mm_mul_ps(l.y, k.y), s)),
+                  _mm_add_ps(c.z, _mm_mul_ps(_mm_mul_ps(l.z, k.z), s))};
+    Store3<Lanes>(sum, i, Select(dead, c, added));
+  });
   return vtqStsOk;
 }
 
+// dst = max(1, |pos - point|) for live rays, 1 for dead ones.
 VtqStatus DistAttenuationSO_32f_M(const Vtq32f pPoint[3], const Vtq32f* const pPos[3],
                                   const Vtq32s* pMask, Vtq32f* pDst, int len) {
   if (pPos == nullptr || pMask == nullptr || pDst == nullptr) return vtqStsErrNullPtr;
   if (len < 1) return vtqStsOk;
 
   Planes<const Vtq32f> pos(pPos);
-  bool aligned = Aligned16(pos) && Aligned16(pMask) && Aligned16(pDst);
-  if (aligned && len % 4 == 0) {
-    DistAttenuationRays<AlignedFour>(pPoint, pos, pMask, pDst, len);
-  } else {
-    DistAttenuationRays<OneRay>(pPoint, pos, pMask, pDst, len);
-  }
+  const __m128 one = _mm_set1_ps(1.0f);
+  const Vec3 origin = Broadcast(pPoint);
+  AlignedFoursOrSingle(len, Touches(pos, pMask, pDst), [&](auto lanes, int i) {
+    using Lanes = decltype(lanes);
+    __m128 dead = DeadLanes(Lanes::LoadMask(pMask + i));
+    // A packet of rays that all missed costs one store: the positions are not even read.
+    if (_mm_movemask_ps(dead) == Lanes::kLaneBits) {
+      Lanes::Store(pDst + i, one);
+      return;
+    }
+    Vec3 d = Sub(Load3<Lanes>(pos, i), origin);
+    __m128 q = Dot(d, d);
+    Lanes::Store(pDst + i, Select(dead, one, ClampedDistance(q)));
+  });
   return vtqStsOk;
 }
 

@@ -3,65 +3,24 @@
 // formulas and their order are the same on both paths, only instruction selection differs.
 #include "frame/code_path.h"
 #include "frame/kernels.h"
-#include "raycast/shade_simd.h"
+#include "simd/lanes.h"
+#include "simd/schemes.h"
+#include "simd/select.h"
+#include "simd/vec3.h"
 
 VTQR_PATH_BEGIN
 namespace {
 
-using namespace shade;
-
-// d = ray . n; s = -1 when d > 0, else +1; n *= s and dst = d * s for live rays. A dead ray
-// keeps its normal bit for bit and gets dst = 0. s is applied as a real multiply rather than a
-// sign flip so that the arithmetic is the one the formula names, NaN quieting included.
-template <class Lanes>
-void DotChangeNormRays(Planes<const Vtq32f> ray, const Vtq32s* mask, Planes<Vtq32f> normal,
-                       Vtq32f* dst, int len) {
-  const __m128 one = _mm_set1_ps(1.0f);
-  const __m128 zero = _mm_setzero_ps();
-  for (int i = 0; i < len; i += Lanes::kWidth) {
-    __m128 dead = DeadLanes(Lanes::LoadMask(mask + i));
-    Vec3 n = Load3<Lanes>(normal, i);
-    __m128 d = Dot(Load3<Lanes>(ray, i), n);
-    // A NaN d compares false and keeps s = +1.
-    __m128 s = _mm_or_ps(one, _mm_and_ps(_mm_cmpgt_ps(d, zero), SignBits()));
-    Vec3 turned = {_mm_mul_ps(n.x, s), _mm_mul_ps(n.y, s), _mm_mul_ps(n.z, s)};
-    Store3<Lanes>(normal, i,
-                  {Select(dead, n.x, turned.x), Select(dead, n.y, turned.y),
-                   Select(dead, n.z, turned.z)});
-    Lanes::Store(dst + i, LiveOrZero(dead, _mm_mul_ps(d, s)));
-  }
-}
+using namespace simd;
 
 // 1.0 for live rays, 0.0 for dead ones: the factor m of the masked multiplies.
 inline __m128 LiveFactor(__m128i mask) { return LiveOrZero(DeadLanes(mask), _mm_set1_ps(1.0f)); }
 
-// srcDst = srcDst * src * m over rays [begin, end). A dead ray is multiplied by zero rather
-// than skipped, so infinities and NaNs there turn into NaN and negative values into -0.
-template <class Lanes>
-void MulRays(const Vtq32f* src, const Vtq32s* mask, Vtq32f* srcDst, int begin, int end) {
-  for (int i = begin; i < end; i += Lanes::kWidth) {
-    __m128 m = LiveFactor(Lanes::LoadMask(mask + i));
-    __m128 v = _mm_mul_ps(Lanes::Load(srcDst + i), Lanes::Load(src + i));
-    Lanes::Store(srcDst + i, _mm_mul_ps(v, m));
-  }
-}
-
-// The same for three planes sharing one src and mask; each plane is (p * src) * m.
-template <class Lanes>
-void MulPlanesRays(const Vtq32f* src, const Vtq32s* mask, Planes<Vtq32f> p, int begin,
-                   int end) {
-  for (int i = begin; i < end; i += Lanes::kWidth) {
-    __m128 m = LiveFactor(Lanes::LoadMask(mask + i));
-    __m128 s = Lanes::Load(src + i);
-    Vec3 v = Load3<Lanes>(p, i);
-    Store3<Lanes>(p, i,
-                  {_mm_mul_ps(_mm_mul_ps(v.x, s), m), _mm_mul_ps(_mm_mul_ps(v.y, s), m),
-                   _mm_mul_ps(_mm_mul_ps(v.z, s), m)});
-  }
-}
-
 }  // namespace
 
+// d = ray . n; s = -1 when d > 0, else +1; n *= s and dst = d * s for live rays. A dead ray
+// keeps its normal bit for bit and gets dst = 0. s is applied as a real multiply rather than a
+// sign flip so that the arithmetic is the one the formula names, NaN quieting included.
 VtqStatus DotChangeNorm_32f_IM(const Vtq32f* const pSrc[3], const Vtq32s* pMask,
                                Vtq32f* const pSrcDst[3], Vtq32f* pDst, int len) {
   if (pSrc == nullptr || pMask == nullptr || pSrcDst == nullptr || pDst == nullptr) {
@@ -71,48 +30,54 @@ VtqStatus DotChangeNorm_32f_IM(const Vtq32f* const pSrc[3], const Vtq32s* pMask,
 
   Planes<const Vtq32f> ray(pSrc);
   Planes<Vtq32f> normal(pSrcDst);
-  bool aligned = Aligned16(ray) && Aligned16(pMask) && Aligned16(normal) && Aligned16(pDst);
-  if (aligned && len % 4 == 0) {
-    DotChangeNormRays<AlignedFour>(ray, pMask, normal, pDst, len);
-  } else {
-    DotChangeNormRays<OneRay>(ray, pMask, normal, pDst, len);
-  }
+  const __m128 one = _mm_set1_ps(1.0f);
+  const __m128 zero = _mm_setzero_ps();
+  AlignedFoursOrSingle(len, Touches(ray, pMask, normal, pDst), [&](auto lanes, int i) {
+    using Lanes = decltype(lanes);
+    __m128 dead = DeadLanes(Lanes::LoadMask(pMask + i));
+    Vec3 n = Load3<Lanes>(normal, i);
+    __m128 d = Dot(Load3<Lanes>(ray, i), n);
+    // A NaN d compares false and keeps s = +1.
+    __m128 s = _mm_or_ps(one, _mm_and_ps(_mm_cmpgt_ps(d, zero), SignBits()));
+    Vec3 turned = {_mm_mul_ps(n.x, s), _mm_mul_ps(n.y, s), _mm_mul_ps(n.z, s)};
+    Store3<Lanes>(normal, i, Select(dead, n, turned));
+    Lanes::Store(pDst + i, LiveOrZero(dead, _mm_mul_ps(d, s)));
+  });
   return vtqStsOk;
 }
 
-// No pointer is tested here: a caller passing len < 1 may pass anything.
+// srcDst = srcDst * src * m. A dead ray is multiplied by zero rather than skipped, so
+// infinities and NaNs there turn into NaN and negative values into -0. No pointer is tested
+// here: a caller passing len < 1 may pass anything.
 VtqStatus Mul_32f_C1IM(const Vtq32f* pSrc, const Vtq32s* pMask, Vtq32f* pSrcDst, int len) {
   if (len < 1) return vtqStsOk;
 
-  // Single rays up to the destination's 16-byte boundary, then fours, then the tail.
-  int head = RaysToBoundary(pSrcDst, len);
-  int bodyEnd = head + (len - head) / 4 * 4;
-  MulRays<OneRay>(pSrc, pMask, pSrcDst, 0, head);
-  if (Aligned16(pSrc + head) && Aligned16(pMask + head)) {
-    MulRays<AlignedFour>(pSrc, pMask, pSrcDst, head, bodyEnd);
-  } else {
-    MulRays<UnalignedFour>(pSrc, pMask, pSrcDst, head, bodyEnd);
-  }
-  MulRays<OneRay>(pSrc, pMask, pSrcDst, bodyEnd, len);
+  PeelToBoundary(len, pSrcDst, Touches(pSrc, pMask), [&](auto lanes, int i) {
+    using Lanes = decltype(lanes);
+    __m128 m = LiveFactor(Lanes::LoadMask(pMask + i));
+    __m128 v = _mm_mul_ps(Lanes::Load(pSrcDst + i), Lanes::Load(pSrc + i));
+    Lanes::Store(pSrcDst + i, _mm_mul_ps(v, m));
+  });
   return vtqStsOk;
 }
 
+// The same for three planes sharing one src and mask; each plane is (p * src) * m.
 VtqStatus Mul_32f_C1P3IM(const Vtq32f* pSrc, const Vtq32s* pMask, Vtq32f* const pSrcDst[3],
                          int len) {
   if (pSrc == nullptr || pMask == nullptr || pSrcDst == nullptr) return vtqStsErrNullPtr;
   if (len < 1) return vtqStsOk;
 
   // The x plane sets the boundary; the planes of one packet usually share their alignment.
-  Planes<Vtq32f> planes(pSrcDst);
-  int head = RaysToBoundary(planes.x, len);
-  int bodyEnd = head + (len - head) / 4 * 4;
-  MulPlanesRays<OneRay>(pSrc, pMask, planes, 0, head);
-  if (Aligned16(pSrc + head) && Aligned16(pMask + head) && planes.Aligned16At(head)) {
-    MulPlanesRays<AlignedFour>(pSrc, pMask, planes, head, bodyEnd);
-  } else {
-    MulPlanesRays<UnalignedFour>(pSrc, pMask, planes, head, bodyEnd);
-  }
-  MulPlanesRays<OneRay>(pSrc, pMask, planes, bodyEnd, len);
+  Planes<Vtq32f> p(pSrcDst);
+  PeelToBoundary(len, p.x, Touches(pSrc, pMask, p), [&](auto lanes, int i) {
+    using Lanes = decltype(lanes);
+    __m128 m = LiveFactor(Lanes::LoadMask(pMask + i));
+    __m128 s = Lanes::Load(pSrc + i);
+    Vec3 v = Load3<Lanes>(p, i);
+    Store3<Lanes>(p, i,
+                  {_mm_mul_ps(_mm_mul_ps(v.x, s), m), _mm_mul_ps(_mm_mul_ps(v.y, s), m),
+                   _mm_mul_ps(_mm_mul_ps(v.z, s), m)});
+  });
   return vtqStsOk;
 }
 

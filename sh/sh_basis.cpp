@@ -1,6 +1,4 @@
 // vtqrSH_32f and the basis blocks the transforms evaluate through the same kernels.
-#include <xmmintrin.h>
-
 #include <cstddef>
 #include <cstdint>
 
@@ -30,9 +28,7 @@ void EvalRecurrenceMany(const VtqrSHState* state, const float* x, const float* y
   // Whole-vector stores need every set to start on a 16-byte boundary.
   const bool aligned = setSize % 4 == 0 && reinterpret_cast<uintptr_t>(dst) % 16 == 0;
   const bool stream = aligned && uint64_t{count} * setSize * sizeof(float) >= kStreamBytes;
-  const SetStores stores = stream    ? SetStores::kStream
-                           : aligned ? SetStores::kAligned
-                                     : SetStores::kUnaligned;
+  const Stores stores = stream ? Stores::kStream : aligned ? Stores::kAligned : Stores::kUnaligned;
   size_t i = 0;
   if (count >= kBlock) {
     WideTables wide;
@@ -44,7 +40,7 @@ void EvalRecurrenceMany(const VtqrSHState* state, const float* x, const float* y
       EvalRecurrence4(wide, x + i, y + i, z + i, order, dst + i * setSize, setSize, stores);
     }
   }
-  if (stream) _mm_sfence();
+  if (stream) simd::StreamFence();
   for (; i < count; ++i) EvalRecurrence1(a, b, x[i], y[i], z[i], order, dst + i * setSize);
 }
 
@@ -64,7 +60,7 @@ void EvalBasisBlock(const VtqrSHState* state, const float* x, const float* y, co
   if (count == kBlock) {
     const bool aligned = stride % 4 == 0 && reinterpret_cast<uintptr_t>(dst) % 16 == 0;
     EvalRecurrence4(state->tableA, state->tableB, x, y, z, order, dst, stride,
-                    aligned ? SetStores::kAligned : SetStores::kUnaligned);
+                    aligned ? Stores::kAligned : Stores::kUnaligned);
     return;
   }
   for (int j = 0; j < count; ++j) {

@@ -18,6 +18,8 @@
 #include "frame/code_path.h"
 #include "sh/sh_recurrence.h"
 #include "sh/sh_state.h"
+#include "simd/lanes.h"
+#include "simd/stores.h"
 
 VTQR_PATH_BEGIN
 namespace sh {
@@ -59,30 +61,19 @@ void EvalRecurrence1(const float* a, const float* b, float x, float y, float z, 
 namespace {
 
 // Moves one 4 x K block of lanes (lane j = direction j; value k of the block at
-// lanes[k * kPitch]) into the four direction-major sets.
-template <SetStores kStores, int kPitch>
+// lanes[k * kPitch]) into the four direction-major sets, whole vectors through the store
+// policy Out.
+template <class Out, int kPitch>
 void StoreSets(const __m128* lanes, size_t count, float* dst, size_t stride) {
   size_t k = 0;
   for (; k + 4 <= count; k += 4) {
     __m128 r0 = lanes[k * kPitch], r1 = lanes[(k + 1) * kPitch];
     __m128 r2 = lanes[(k + 2) * kPitch], r3 = lanes[(k + 3) * kPitch];
     _MM_TRANSPOSE4_PS(r0, r1, r2, r3);
-    if constexpr (kStores == SetStores::kStream) {
-      _mm_stream_ps(dst + k, r0);
-      _mm_stream_ps(dst + stride + k, r1);
-      _mm_stream_ps(dst + 2 * stride + k, r2);
-      _mm_stream_ps(dst + 3 * stride + k, r3);
-    } else if constexpr (kStores == SetStores::kAligned) {
-      _mm_store_ps(dst + k, r0);
-      _mm_store_ps(dst + stride + k, r1);
-      _mm_store_ps(dst + 2 * stride + k, r2);
-      _mm_store_ps(dst + 3 * stride + k, r3);
-    } else {
-      _mm_storeu_ps(dst + k, r0);
-      _mm_storeu_ps(dst + stride + k, r1);
-      _mm_storeu_ps(dst + 2 * stride + k, r2);
-      _mm_storeu_ps(dst + 3 * stride + k, r3);
-    }
+    Out::Store(dst + k, r0);
+    Out::Store(dst + stride + k, r1);
+    Out::Store(dst + 2 * stride + k, r2);
+    Out::Store(dst + 3 * stride + k, r3);
   }
   // Even orders give an odd set size; its last values go out lane by lane.
   for (; k < count; ++k) {
@@ -121,17 +112,16 @@ void WidenTables(const float* a, const float* b, unsigned order, WideTables* wid
 // table entry and loop step serves 4 * kGroups lanes. Lane j of group g is direction
 // 4g + j; every lane sees exactly the operations of EvalRecurrence1.
 template <int kGroups, class Coeffs>
-void EvalRecurrenceGroups(Coeffs coeffs, const float* px, const float* py,
-                          const float* pz, unsigned order, float* dst, size_t stride,
-                          SetStores stores) {
+void EvalRecurrenceGroups(Coeffs coeffs, const float* px, const float* py, const float* pz,
+                          unsigned order, float* dst, size_t stride, Stores stores) {
   // The whole set lives on the stack (4 KiB per group at order 15, resident in L1); the
   // direction-major destination only sees finished values, four per store after a transpose.
   __m128 v[kMaxSetSize][kGroups];
   __m128 x[kGroups], y[kGroups], z[kGroups];
   for (int g = 0; g < kGroups; ++g) {
-    x[g] = _mm_loadu_ps(px + 4 * g);
-    y[g] = _mm_loadu_ps(py + 4 * g);
-    z[g] = _mm_loadu_ps(pz + 4 * g);
+    x[g] = simd::UnalignedFour::Load(px + 4 * g);
+    y[g] = simd::UnalignedFour::Load(py + 4 * g);
+    z[g] = simd::UnalignedFour::Load(pz + 4 * g);
     v[0][g] = coeffs.A(0);
   }
   if (order >= 1) {
@@ -181,33 +171,24 @@ void EvalRecurrenceGroups(Coeffs coeffs, const float* px, const float* py,
 
   const size_t count = static_cast<size_t>(order + 1) * (order + 1);
   for (int g = 0; g < kGroups; ++g) {
-    float* groupDst = dst + 4 * g * stride;
-    switch (stores) {
-      case SetStores::kStream:
-        StoreSets<SetStores::kStream, kGroups>(&v[0][g], count, groupDst, stride);
-        break;
-      case SetStores::kAligned:
-        StoreSets<SetStores::kAligned, kGroups>(&v[0][g], count, groupDst, stride);
-        break;
-      case SetStores::kUnaligned:
-        StoreSets<SetStores::kUnaligned, kGroups>(&v[0][g], count, groupDst, stride);
-        break;
-    }
+    simd::WithStores(stores, [&](auto out) {
+      StoreSets<decltype(out), kGroups>(&v[0][g], count, dst + 4 * g * stride, stride);
+    });
   }
 }
 
-void EvalRecurrence4(const float* a, const float* b, const float* x, const float* y,
-                     const float* z, unsigned order, float* dst, size_t stride, SetStores stores) {
+void EvalRecurrence4(const float* a, const float* b, const float* x, const float* y, const float* z,
+                     unsigned order, float* dst, size_t stride, Stores stores) {
   EvalRecurrenceGroups<1>(ScalarCoeffs{a, b}, x, y, z, order, dst, stride, stores);
 }
 
 void EvalRecurrence4(const WideTables& wide, const float* x, const float* y, const float* z,
-                     unsigned order, float* dst, size_t stride, SetStores stores) {
+                     unsigned order, float* dst, size_t stride, Stores stores) {
   EvalRecurrenceGroups<1>(WideCoeffs{&wide}, x, y, z, order, dst, stride, stores);
 }
 
 void EvalRecurrence8(const WideTables& wide, const float* x, const float* y, const float* z,
-                     unsigned order, float* dst, size_t stride, SetStores stores) {
+                     unsigned order, float* dst, size_t stride, Stores stores) {
   EvalRecurrenceGroups<2>(WideCoeffs{&wide}, x, y, z, order, dst, stride, stores);
 }
 

@@ -11,22 +11,21 @@
 #include <cstddef>
 
 #include "frame/code_path.h"
+#include "simd/stores.h"
 
 VTQR_PATH_BEGIN
 namespace sh {
+
+using simd::Stores;
 
 // Writes the (order+1)^2 values of direction (x, y, z) to dst, order <= 15. Bands l-1 and l-2
 // are read back from dst while band l is formed, so dst is output and working store at once.
 void EvalRecurrence1(const float* a, const float* b, float x, float y, float z, unsigned order,
                      float* dst);
 
-// How the four-wide forms write whole vectors of a set to the destination. Aligned and
-// streaming stores need dst 16-byte aligned and stride a multiple of 4 (then (order+1)^2 is
-// one too, or the set's odd tail goes out value by value). The aligned form is not only a
-// formality: the path is tuned for an older core, where the compiler splits every unaligned
-// 16-byte store into two 8-byte halves, doubling the store traffic of the transpose.
-enum class SetStores { kUnaligned, kAligned, kStream };
-
+// The four-wide forms write whole vectors of a set to the destination with the store policy
+// `stores` names. Aligned and streaming stores need dst 16-byte aligned and stride a multiple
+// of 4 (then (order+1)^2 is one too, or the set's odd tail goes out value by value).
 // Table entries of order 15, the highest the four-wide forms evaluate.
 inline constexpr size_t kWideTableLength = 16 * 17 / 2;
 
@@ -42,19 +41,19 @@ struct WideTables {
 void WidenTables(const float* a, const float* b, unsigned order, WideTables* wide);
 
 // Writes the sets of the four directions x[0..3], y[0..3], z[0..3] to dst + j*stride,
-// j = 0..3, order <= 15. With SetStores::kStream the sets go out with non-temporal stores and
-// the caller issues the store fence after its last block.
-void EvalRecurrence4(const float* a, const float* b, const float* x, const float* y,
-                     const float* z, unsigned order, float* dst, size_t stride, SetStores stores);
+// j = 0..3, order <= 15. With Stores::kStream the sets go out with non-temporal stores and the
+// caller issues the store fence after its last block.
+void EvalRecurrence4(const float* a, const float* b, const float* x, const float* y, const float* z,
+                     unsigned order, float* dst, size_t stride, Stores stores);
 
 // The same from widened tables, which must cover `order`.
 void EvalRecurrence4(const WideTables& wide, const float* x, const float* y, const float* z,
-                     unsigned order, float* dst, size_t stride, SetStores stores);
+                     unsigned order, float* dst, size_t stride, Stores stores);
 
 // The same for eight directions, x[0..7] and so on, sets at dst + j*stride, j = 0..7: two
 // groups of four share each table entry and loop step.
 void EvalRecurrence8(const WideTables& wide, const float* x, const float* y, const float* z,
-                     unsigned order, float* dst, size_t stride, SetStores stores);
+                     unsigned order, float* dst, size_t stride, Stores stores);
 
 }  // namespace sh
 VTQR_PATH_END

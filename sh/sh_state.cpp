@@ -16,7 +16,7 @@ VTQR_PATH_BEGIN
 namespace sh {
 
 Vtq32u RecurrenceTableLength(Vtq32u order) {
-  // Unsigned 32-bit on purpose: the size query promises this exact wrap-around arithmetic.
+  // Unsigned 32-bit like the size query; nothing wraps for the orders the state accepts.
   return (order + 1u) * (order + 2u) / 2u;
 }
 
@@ -77,8 +77,9 @@ VtqStatus SHGetSize_32f(Vtq32u order, int method, Vtq32u* pSize) {
   }
   if (method != vtqrSHRecurrence) return vtqStsErrBadValue;
   // Two tables of T floats, plus the record and the worst-case alignment gaps of an
-  // 8-byte-aligned buffer, rounded to 32 bytes. No limit on the order: the tables are
-  // well defined for any band, only evaluation stops at 15.
+  // 8-byte-aligned buffer, rounded to 32 bytes. The tables are well defined for any band (only
+  // evaluation stops at 15), so the one limit on the order is that this size fits 32 bits.
+  if (order > sh::kMaxRecurrenceOrder) return vtqStsErrSize;
   const Vtq32u t = sh::RecurrenceTableLength(order);
   *pSize = ((t * 8u + 30u) & ~31u) + 32u;
   return vtqStsOk;
@@ -88,6 +89,7 @@ VtqStatus SHInit_32f(VtqrSHState* pState, Vtq32u order, int method) {
   if (pState == nullptr) return vtqStsErrNullPtr;
   if (method == vtqrSHDirect && order > sh::kMaxEvalOrder) return vtqStsErrSize;
   if (method != vtqrSHDirect && method != vtqrSHRecurrence) return vtqStsErrBadValue;
+  if (method == vtqrSHRecurrence && order > sh::kMaxRecurrenceOrder) return vtqStsErrSize;
 
   Vtq32u size = 0;
   SHGetSize_32f(order, method, &size);

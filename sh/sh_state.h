@@ -3,6 +3,7 @@
 #define VTQR_SH_SH_STATE_H_
 
 #include <cstddef>
+#include <cstdint>
 
 #include "frame/code_path.h"
 #include "vtqr/sh.h"
@@ -18,8 +19,22 @@ inline constexpr size_t kMaxSetSize = 256;
 // tableB lies outside it: never touch pState->tableB of a direct state.
 inline constexpr Vtq32u kDirectStateSize = 16;
 
-// Number of floats in each recurrence table for bands 0..order, T = (order+1)(order+2)/2,
-// in the wrapping unsigned 32-bit arithmetic of the size query.
+// The recurrence state's size in bytes, ((T*8 + 30) & ~31) + 32 with T = (order+1)(order+2)/2,
+// computed exactly; valid for orders below 2^30, where nothing overflows 64 bits.
+constexpr uint64_t ExactRecurrenceStateSize(uint64_t order) {
+  const uint64_t t = (order + 1) * (order + 2) / 2;
+  return ((t * 8 + 30) & ~uint64_t{31}) + 32;
+}
+
+// Highest order whose recurrence state size fits the size query's 32 bits. Above it the 32-bit
+// arithmetic would wrap to a small size that cannot hold the tables, so such orders are refused.
+// The size grows with the order, so one bound separates the two.
+inline constexpr Vtq32u kMaxRecurrenceOrder = 32766;
+static_assert(ExactRecurrenceStateSize(kMaxRecurrenceOrder) <= UINT32_MAX);
+static_assert(ExactRecurrenceStateSize(kMaxRecurrenceOrder + 1) > UINT32_MAX);
+
+// Number of floats in each recurrence table for bands 0..order, T = (order+1)(order+2)/2, in
+// the unsigned 32-bit arithmetic of the size query (exact up to kMaxRecurrenceOrder).
 Vtq32u RecurrenceTableLength(Vtq32u order);
 
 // First 16-byte-aligned address at or after `address`.

@@ -2,11 +2,186 @@
 #ifndef VTQR_RAYCAST_H
 #define VTQR_RAYCAST_H
 
+#include "accel.h"
 #include "types.h"
 
 #ifdef __cplusplus
 extern "C" {
 #endif
+
+/* Eye rays ---------------------------------------------------------------------------------- */
+
+/* Writes the directions of the eye rays of one block of the image, as three planes x, y, z; the
+ * directions are not normalised.
+ *   imPlaneOrg  direction from the eye to pixel (0, 0) of the whole image.
+ *   dW, dH      step from a pixel to its right neighbour and to the one below.
+ *   wB, hB      the block's column and row among the image's blocks.
+ *   cBlock      size of a block: places the block only. Its first pixel is x0 = wB *
+ *               cBlock.width, y0 = hB * cBlock.height, products in 32-bit integers (wrapping)
+ *               converted to float.
+ *   dst         three planes receiving blockSize.width * blockSize.height directions: pixel
+ *               (i, j) of the block goes to element j * blockSize.width + i, densely packed.
+ *   blockSize   pixels written per row and rows written; may be smaller than cBlock for the
+ *               last blocks of an image.
+ * Arithmetic, per component c, in float and in this order:
+ *   - blockSize.width not a multiple of 4: D.c = (dH.c * (j + y0) + imPlaneOrg.c) +
+ *     dW.c * (i + x0), with i + x0 and j + y0 summed in float.
+ *   - blockSize.width a multiple of 4, whatever the alignment of the planes: a row base
+ *     B.c = (dH.c * y0 + imPlaneOrg.c) + dW.c * x0, advanced by adding dH.c after each row, and
+ *     D.c = dW.c * i + B.c with i counted in float. The accumulated row base may differ from
+ *     the first form in the last bit; both are exact enough for eye rays.
+ * Checks: dst (the plane array, not the planes in it); imPlaneOrg, dW, dH and the planes are
+ * not tested. A width or height below 1 writes nothing. Returns vtqStsOk. */
+VTQR_API VtqStatus vtqrCastEye_32f(const Vtq32f imPlaneOrg[3], const Vtq32f dW[3],
+                                   const Vtq32f dH[3], int wB, int hB, VtqSize cBlock,
+                                   Vtq32f* const dst[3], VtqSize blockSize);
+
+/* Intersection -------------------------------------------------------------------------------
+ *
+ * The intersection functions find, for each ray of a block, the triangles of an object hit by
+ * the ray E + t D (t > 0, in units of the direction's length; directions need not be
+ * normalised). An object is described by a VtqrIntersectContext. Per-ray arrays are planes of
+ * blockSize.width * blockSize.height elements, row after row; a width or height below 1 does
+ * nothing.
+ *
+ * The walk: each ray's [0, dist] is clipped to the object's bound box, widened by 1e-4 at the
+ * far end, and the tree is walked front to back (near child first, 1e-5 tolerance at the split
+ * planes), testing the triangles of each leaf in list order. A direction component of
+ * magnitude at most 1.1920929e-7 does not clip the ray on that axis (the ray is taken as
+ * parallel to the axis' planes there, so keep directions roughly unit length or longer).
+ *
+ * The triangle test (exact operation order, 32-bit float, never fused), with the record's
+ * words c1..c9 and axes a0 (bits 0-1), a1 (bits 2-3), a2 (bits 4-5) of its first word:
+ *   den = (c1 * D[a1] + c3 * D[a0]) + D[a2];  p = c4 - E[a1];  q = c5 - E[a0];
+ *   num = ((c2 + c1 * p) + c3 * q) - E[a2];
+ *   s = D[a1] * num - p * den;  r = D[a0] * num - q * den;
+ *   beta = c7 * s - c6 * r;  gamma = c8 * r - c9 * s;
+ *   inside when ((den - beta) - gamma) * beta >= 0, beta * gamma >= 0 and
+ *   ((den - beta) - gamma) * gamma >= 0; then t = num / den.
+ * A hit is taken when dist > t > 0 (strictly), so t = 0 and t = dist are never hits, and of
+ * two triangles at the same distance the one tested first is kept. Records whose first word
+ * is 0 (zero-area triangles) are never hit. The weights written are u = beta / den, the weight
+ * of the triangle's vertex 0 (index entry 0), and v = gamma / den, the weight of vertex 1;
+ * vertex 2 has 1 - u - v: the barycentric planes that vtqrSurfSmoothNormal_32f reads.
+ * The test is not watertight: a ray through an edge or vertex shared by two triangles may hit
+ * both, one, or (rarely, by rounding) neither. A ray lying in a split plane of the tree (a
+ * direction component of at most 1.1920929e-7, the origin in the plane) is walked on one side
+ * of the plane only, so where it crosses an edge in that plane it sees only the triangle on its
+ * side, and passes through the surface when the test rounds that one out.
+ *
+ * Defined results for input users do send:
+ *   - dist zero, negative or NaN: the ray misses (nothing can be nearer); +inf: unlimited.
+ *   - NaN or infinite components in a direction or origin, or a zero direction: the ray finds
+ *     no hit (every candidate fails the test or gives t = 0, +-inf or NaN).
+ *   - An origin inside the box, on a split plane or on a triangle: handled by the same rules
+ *     (a triangle through the origin gives t = 0, which is not a hit).
+ *   - Empty trees (an empty leaf at the root) and single-leaf trees of any size: every walk
+ *     ends after at most one visit per node.
+ * Trees are trusted: they must come from vtqrKDTreeBuildAlloc over the same mesh as the
+ * records (depth at most 50). The walk reads nodes and records without checks.
+ *
+ * Paths: when blockSize.width and blockSize.height are multiples of 4 and every per-ray array
+ * is 16-byte aligned, the rays go in 2x2 tiles of the block, four rays sharing one walk;
+ * otherwise one ray at a time in row-major order. Both give the same bits for every ray (hits,
+ * distances, weights, triangle numbers), as do both code paths. No function of this group
+ * allocates memory or uses threads: split an image into blocks to cast it from several
+ * threads. */
+
+/* One object for the intersection functions: three pointers, read only. */
+typedef struct VtqrIntersectContext {
+  const Vtq32f* pBound;            /* bound box: x, y, z minimum, then x, y, z maximum, as
+                                      written by vtqrSetBoundBox_32f */
+  const VtqrTriangleAccel* pAccel; /* records from vtqrTriangleAccelInit, by triangle number */
+  const VtqrKDTreeNode* pRootNode; /* the tree from vtqrKDTreeBuildAlloc over the same mesh */
+} VtqrIntersectContext;
+
+/* Nearest hit of eye rays: every ray starts at originEye.
+ *   pDirection   P3 directions.
+ *   pDist        in: the largest distance of interest; out: the hit's distance t, unchanged
+ *                when nothing nearer was hit.
+ *   pHit         two planes, out: the weights u and v of the hit; unchanged on a miss.
+ *   pTrianIndex  out: the triangle hit, or -1. Every ray is cast: the input is not read.
+ * No pointer is tested (the caller's arrays must all be there), the context's contents are
+ * trusted, and the function always returns vtqStsOk. */
+VTQR_API VtqStatus vtqrIntersectEyeSO_32f(const Vtq32f originEye[3],
+                                          const Vtq32f* const pDirection[3], Vtq32f* pDist,
+                                          Vtq32f* const pHit[2], Vtq32s* pTrianIndex,
+                                          const VtqrIntersectContext* pContext, VtqSize blockSize);
+
+/* Nearest hit of rays with their own origins (reflection rays, rays from hit points), the same
+ * walk and test as vtqrIntersectEyeSO_32f with E = the ray's origin.
+ *   pOrigin      P3 origins.
+ *   pTrianIndex  in/out, the ray's mask: a ray whose value is negative is skipped and keeps
+ *                all its values. Any other ray is cast and gets the triangle hit, or -1. Pass
+ *                a copy of the eye rays' triangle numbers to cast only from surfaces that were
+ *                hit, or zeros to cast every ray.
+ *   pDirection, pDist, pHit as in vtqrIntersectEyeSO_32f.
+ * Checks, in order: pOrigin, pDirection, pDist, pHit, pTrianIndex, pContext null:
+ * vtqStsErrNullPtr before anything is written (the planes and the context's contents are not
+ * tested). Returns vtqStsOk otherwise. */
+VTQR_API VtqStatus vtqrIntersectMultipleSO_32f(const Vtq32f* const pOrigin[3],
+                                               const Vtq32f* const pDirection[3], Vtq32f* pDist,
+                                               Vtq32f* const pHit[2], Vtq32s* pTrianIndex,
+                                               const VtqrIntersectContext* pContext,
+                                               VtqSize blockSize);
+
+/* Any hit, for shadow rays: is some triangle hit at 0 < t < pDist? Every ray starts at
+ * originEye; the walk ends at the first such hit.
+ *   pDirection  P3 directions.
+ *   pDist       in: each ray's end; not written.
+ *   pMask       in/out: a ray whose value is negative is skipped and keeps its value. A cast
+ *               ray that is occluded gets -1; one that is not keeps its value.
+ * Reads only the records and the root node of the context: rays are not clipped to a bound
+ * box, so [0, pDist] is walked as it is (otherwise the walk and the test are those of
+ * vtqrIntersectEyeSO_32f: the rays that are occluded are exactly those for which that
+ * function, given a box that clips nothing and the same pDist, finds a hit).
+ * With the output of vtqrCastShadowSO_32f: pass the light as originEye, its dstDir as
+ * pDirection (from the light to each hit point, reached at t = 1), an end a little below 1
+ * (such as 0.999f, so that the surface the point lies on does not shadow it) and its mask;
+ * afterwards the lit rays are those whose mask is still zero or positive, ready for
+ * vtqrAddMulMul_32f_AC1P3IM.
+ * Checks, in order: pDirection, pDist, pMask, pContext null: vtqStsErrNullPtr before anything
+ * is written (originEye, the planes and the context's contents are not tested). Returns
+ * vtqStsOk otherwise. */
+VTQR_API VtqStatus vtqrIntersectAnySO_32f(const Vtq32f originEye[3],
+                                          const Vtq32f* const pDirection[3], const Vtq32f* pDist,
+                                          Vtq32s* pMask, VtqSize blockSize,
+                                          const VtqrIntersectContext* pContext);
+
+/* Nearest hit over several objects (instancing): rays with their own origins against
+ * objectCount objects, each with its own context and an optional affine world-to-object
+ * transform.
+ *   pOrigin, pDirection  P3, in world space.
+ *   pDist, pHit          as in vtqrIntersectMultipleSO_32f; the distance is in the caller's
+ *                        (world) ray units, whatever the transforms.
+ *   pTrianIndex          in/out mask as in vtqrIntersectMultipleSO_32f: negative = skipped;
+ *                        a cast ray gets the triangle number within its object, or -1.
+ *   pObjectIndex         out for cast rays: the number of the object hit (its position in
+ *                        pContext), or -1; skipped rays keep their value.
+ *   pContext             objectCount context pointers. Several may point to one context.
+ *   pTransform           NULL (no transforms) or objectCount pointers, each NULL (the object
+ *                        is in world space) or twelve floats m[0..11], a row-major 3x4 matrix
+ *                        mapping world points to object points:
+ *                          o'.x = ((m[0] * o.x + m[1] * o.y) + m[2] * o.z) + m[3],
+ *                          d'.x = (m[0] * d.x + m[1] * d.y) + m[2] * d.z,
+ *                        likewise with m[4..7] for y and m[8..11] for z, in float. A point at
+ *                        distance t along the world ray lies at t along the object ray, so
+ *                        distances and weights need no conversion.
+ *   objectCount          number of objects; 0 gives every cast ray -1 in both numbers.
+ * The objects are cast in order, each ray keeping its nearest hit so far as the distance of
+ * interest of the next object: the result equals intersecting each object in turn with
+ * vtqrIntersectMultipleSO_32f on the transformed rays and passing the distance on. A later
+ * object replaces a hit only when strictly nearer, so ties go to the lower object number.
+ * Checks, in order: pOrigin, pDirection, pDist, pHit, pTrianIndex, pObjectIndex, pContext
+ * null: vtqStsErrNullPtr; objectCount < 0: vtqStsErrSize; a null pContext[i]:
+ * vtqStsErrNullPtr. Nothing is written after a failed check. Returns vtqStsOk otherwise. */
+VTQR_API VtqStatus vtqrIntersectMO_32f(const Vtq32f* const pOrigin[3],
+                                       const Vtq32f* const pDirection[3], Vtq32f* pDist,
+                                       Vtq32f* const pHit[2], Vtq32s* pTrianIndex,
+                                       Vtq32s* pObjectIndex,
+                                       const VtqrIntersectContext* const pContext[],
+                                       const Vtq32f* const pTransform[], int objectCount,
+                                       VtqSize blockSize);
 
 /* Shading arithmetic ------------------------------------------------------------------------
  *

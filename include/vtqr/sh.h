@@ -53,8 +53,11 @@ typedef struct VtqrSHState {
 /* Writes to *pSize the size in bytes of the state buffer for `order` and `method`.
  * Checks, in order: pSize null: vtqStsErrNullPtr. method vtqrSHDirect: order > 15 gives
  * vtqStsErrSize, otherwise the size is 16. method vtqrSHRecurrence: the size is
- * ((T*8 + 30) & ~31) + 32 with T = (order+1)(order+2)/2, all in wrapping unsigned 32-bit
- * arithmetic, with no limit on the order (order 15 gives 1120). Any other method:
+ * ((T*8 + 30) & ~31) + 32 with T = (order+1)(order+2)/2, in unsigned 32-bit arithmetic (order
+ * 15 gives 1120, order 20 gives 1888). The order has no limit of its own, but a size must fit
+ * in 32 bits: for order 32767 and above (up to 0xFFFFFFFF) that arithmetic would wrap to a
+ * size too small for the tables, so those orders give vtqStsErrSize and *pSize is not
+ * written. The largest order accepted, 32766, gives 4294836256. Any other method:
  * vtqStsErrBadValue. The size covers the alignment gaps of the tables for any buffer that is
  * at least 8-byte aligned. */
 VTQR_API VtqStatus vtqrSHGetSize_32f(Vtq32u order, int method, Vtq32u* pSize);
@@ -62,12 +65,13 @@ VTQR_API VtqStatus vtqrSHGetSize_32f(Vtq32u order, int method, Vtq32u* pSize);
 /* Builds the SH state in the buffer at pState, which holds at least the size from
  * vtqrSHGetSize_32f for the same arguments.
  * Checks, in order: pState null: vtqStsErrNullPtr; method vtqrSHDirect with order > 15:
- * vtqStsErrSize; method neither vtqrSHDirect nor vtqrSHRecurrence: vtqStsErrBadValue. Nothing
- * is written on failure.
+ * vtqStsErrSize; method neither vtqrSHDirect nor vtqrSHRecurrence: vtqStsErrBadValue; method
+ * vtqrSHRecurrence with an order the size query refuses (32767 and above): vtqStsErrSize.
+ * Nothing is written on failure.
  * Then clears the first S bytes of the buffer (S = that size, rounded down to even), stores
  * maxOrder and method and, for the recurrence, sets tableA and tableB and fills the tables as
- * described at VtqrSHState. The recurrence accepts any order here, also above 15 (evaluation
- * then refuses orders above 15). A direct state writes only its first 16 bytes. */
+ * described at VtqrSHState. The recurrence accepts orders above 15 here (evaluation then
+ * refuses them). A direct state writes only its first 16 bytes. */
 VTQR_API VtqStatus vtqrSHInit_32f(VtqrSHState* pState, Vtq32u order, int method);
 
 /* Writes n sets of (order+1)^2 values, direction i's set at pDst + i*(order+1)^2, no padding,

@@ -24,6 +24,12 @@ typedef uint32_t Vtq32u;
 typedef uint64_t Vtq64u;
 typedef float Vtq32f;
 
+/* Size of a block of pixels or rays, passed by value: width first, then height. */
+typedef struct VtqSize {
+  int width;
+  int height;
+} VtqSize;
+
 /* Status codes ------------------------------------------------------------------------------ */
 
 /* Every function except vtqrGetLibVersion returns a VtqStatus: 0 is success, negative values

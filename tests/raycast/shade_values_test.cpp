@@ -243,5 +243,43 @@ TEST_P(ShadeKernels, CastShadowThresholdsAndMasks) {
   }
 }
 
+// A dead ray's values pass through bit for bit where the kernel keeps them, whatever the
+// optimiser made of the select: signalling NaNs stay signalling (a multiply by 1 or an add of
+// -0 would quiet them) and -0 stays -0. Every packet mixes dead and live rays, on every scheme
+// the kernel has: aligned fours, peeled and unaligned fours, single rays.
+TEST_P(ShadeKernels, DeadRaysKeepTheirBits) {
+  const std::map<std::string, std::vector<int>> keptPlanes = {
+      {"DotChangeNorm_32f_IM", {3, 4, 5}},   // the normals
+      {"AddMulMul_32f_AC1P3IM", {4, 5, 6}},  // the colour sums
+  };
+  const uint32_t deadBits[] = {0x7FA00001u, 0xFF800001u, 0x80000000u, 0x7FBFFFFFu};
+  // All aligned, all a float off, and planes alternately off and aligned.
+  const Layout layouts[] = {Layout::All(0), Layout::All(1), {{1, 0}, 0}};
+  for (const ShadeCase& c : ShadeCases()) {
+    auto kept = keptPlanes.find(c.name);
+    if (kept == keptPlanes.end()) continue;
+    for (int len : {8, 13}) {
+      for (const Layout& layout : layouts) {
+        SCOPED_TRACE(::testing::Message() << c.name << " len " << len << " layout "
+                                          << layout.planes.size() << "/" << layout.planes[0]);
+        Rays r(c.planeCount, len, layout);
+        FillRays(r, len, 11 * len, /*specials=*/false);
+        for (int i = 0; i < len; ++i) {
+          r.mask[i] = i % 3 == 1 ? -1 - i : i;
+          if (r.mask[i] >= 0) continue;
+          for (int j : kept->second) r[j][i] = FromBits(deadBits[(i + j) % 4]);
+        }
+        c.run(path(), r, 0, len, -1);
+        for (int i = 0; i < len; ++i) {
+          if (r.mask[i] >= 0) continue;
+          for (int j : kept->second) {
+            EXPECT_EQ(deadBits[(i + j) % 4], Bits(r[j][i])) << "ray " << i << " plane " << j;
+          }
+        }
+      }
+    }
+  }
+}
+
 }  // namespace
 }  // namespace vtqr::test

@@ -2,7 +2,9 @@
 // buffers.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
+#include <memory>
 #include <vector>
 
 #include "sh/sh_test_util.h"
@@ -54,8 +56,11 @@ TEST(SHState, SizeChecksAndLayout) {
       {0, vtqrSHRecurrence, vtqStsOk, 64},
       {2, vtqrSHRecurrence, vtqStsOk, 96},
       {15, vtqrSHRecurrence, vtqStsOk, 1120},
-      {20, vtqrSHRecurrence, vtqStsOk, 1888},       // no order limit for the recurrence
-      {65535, vtqrSHRecurrence, vtqStsOk, 262176},  // (order+1)(order+2) wraps to 65536
+      {20, vtqrSHRecurrence, vtqStsOk, 1888},            // no evaluation limit for the recurrence
+      {32766, vtqrSHRecurrence, vtqStsOk, 4294836256u},  // the largest size that fits
+      {32767, vtqrSHRecurrence, vtqStsErrSize, 0},       // would wrap to 131104
+      {0xFFFFFFFFu, vtqrSHRecurrence, vtqStsErrSize, 0},
+      {0xFFFFFFFFu, 2, vtqStsErrBadValue, 0},
       {2, 2, vtqStsErrBadValue, 0},
       {16, 2, vtqStsErrBadValue, 0},  // the order limit belongs to the direct method only
       {2, -1, vtqStsErrBadValue, 0},
@@ -68,7 +73,7 @@ TEST(SHState, SizeChecksAndLayout) {
     Vtq32u size = 0;
     EXPECT_EQ(row.status, kDispatchTable.SHGetSize_32f[kPathU8](row.order, row.method, &size));
     EXPECT_EQ(row.size, size);
-    if (row.order > 20) continue;  // the wrapped size cannot hold that many bands
+    if (row.size > sizeof(storage) - 64) continue;
     for (size_t misalign : {0, 8}) {
       std::memset(storage, kFill, sizeof(storage));
       uint8_t *base = storage + misalign;
@@ -100,6 +105,40 @@ TEST(SHState, SizeChecksAndLayout) {
         ASSERT_EQ(expected[i], base[i]) << "byte " << i << " misalign " << misalign;
       }
     }
+  }
+}
+
+// A caller that sizes its buffer by the query never gets a write past it: every order up to a
+// few hundred fits a heap block of exactly the reported size (the sanitizer build watches its
+// end), and the orders whose size would wrap 32 bits are refused by both calls, which write
+// nothing, not even into a block of the size the wrapped arithmetic would have reported.
+TEST(SHState, InitStaysInsideTheReportedSize) {
+  for (Vtq32u order = 0; order <= 300; ++order) {
+    Vtq32u size = 0;
+    ASSERT_EQ(vtqStsOk, kDispatchTable.SHGetSize_32f[kPathU8](order, vtqrSHRecurrence, &size));
+    for (size_t misalign : {0, 8}) {
+      auto block = std::make_unique<uint8_t[]>(size + misalign);
+      uint8_t *base = block.get() + misalign;
+      auto *state = reinterpret_cast<VtqrSHState *>(base);
+      ASSERT_EQ(vtqStsOk, kDispatchTable.SHInit_32f[kPathU8](state, order, vtqrSHRecurrence));
+      const size_t t = size_t{order + 1} * (order + 2) / 2;
+      ASSERT_LE(reinterpret_cast<uint8_t *>(state->tableB + t), base + size) << order;
+    }
+  }
+  const Vtq32u wrapping[] = {32767, 65535, 65536, 92681, 0x80000000u, 0xFFFFFFFEu, 0xFFFFFFFFu};
+  for (Vtq32u order : wrapping) {
+    SCOPED_TRACE(::testing::Message() << "order " << order);
+    Vtq32u size = 12345;
+    EXPECT_EQ(vtqStsErrSize, kDispatchTable.SHGetSize_32f[kPathU8](order, vtqrSHRecurrence, &size));
+    EXPECT_EQ(12345u, size);
+    const Vtq32u t = (order + 1u) * (order + 2u) / 2u;
+    const Vtq32u wrappedSize = ((t * 8u + 30u) & ~31u) + 32u;
+    std::vector<uint8_t> block(wrappedSize, kFill);
+    EXPECT_EQ(vtqStsErrSize,
+              kDispatchTable.SHInit_32f[kPathU8](reinterpret_cast<VtqrSHState *>(block.data()),
+                                                 order, vtqrSHRecurrence));
+    EXPECT_EQ(block.end(),
+              std::find_if(block.begin(), block.end(), [](uint8_t byte) { return byte != kFill; }));
   }
 }
 

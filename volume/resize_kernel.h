@@ -16,6 +16,7 @@
 
 #include "frame/code_path.h"
 #include "frame/parallel.h"
+#include "simd/stores.h"
 #include "volume/element.h"
 #include "volume/resize_geometry.h"
 #include "volume/resize_passes.h"
@@ -90,8 +91,8 @@ void GatherRow(const T* in, const int32_t* xs, size_t width, T* out, bool stream
     for (size_t j = 0; j < 2 * kHalf; ++j) {
       half[j / kHalf] |= uint64_t{LoadBits<Bits>(in + xs[x + j])} << (8 * sizeof(T) * (j % kHalf));
     }
-    _mm_stream_si128(reinterpret_cast<__m128i*>(out + x),
-                     _mm_set_epi64x(static_cast<int64_t>(half[1]), static_cast<int64_t>(half[0])));
+    simd::StreamBytes(out + x,
+                      _mm_set_epi64x(static_cast<int64_t>(half[1]), static_cast<int64_t>(half[0])));
   }
   for (; x < width; ++x) out[x] = in[xs[x]];
 }
@@ -250,7 +251,7 @@ void RunResize(const SrcView& src, const DstView& dst, const ResizeAxis (&axis)[
       SeparableSlices<4>(job, begin, end, part);
     }
     // Non-temporal stores are weakly ordered: make them visible before the threads join.
-    if (job.stream) _mm_sfence();
+    if (job.stream) simd::StreamFence();
   });
 }
 

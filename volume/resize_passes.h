@@ -14,6 +14,8 @@
 #include <cstdint>
 
 #include "frame/code_path.h"
+#include "simd/lanes.h"
+#include "simd/stores.h"
 #include "volume/element.h"
 #include "volume/resize_geometry.h"
 
@@ -141,7 +143,7 @@ inline void LoadClampedTaps(const T* row, const int32_t* first, AxisBounds bound
       lanes[k][l] = Element<T>::Load(row + ClampTap(int64_t{first[l]} + k, bounds));
     }
   }
-  for (int k = 0; k < kTaps; ++k) taps[k] = _mm_load_ps(lanes[k]);
+  for (int k = 0; k < kTaps; ++k) taps[k] = simd::AlignedFour::Load(lanes[k]);
 }
 
 // Resamples one source row (`row` points at its voxel x = 0) along x into table.groups * 4
@@ -160,8 +162,8 @@ void ResampleRow(const T* row, const XTable& tableRef, float* out) {
     }
     __m128 w[B::kWeights];
     for (int k = 0; k < B::kWeights; ++k)
-      w[k] = _mm_load_ps(table.weights + 4 * (g * B::kWeights + k));
-    _mm_store_ps(out + 4 * g, B::Apply(taps, w));
+      w[k] = simd::AlignedFour::Load(table.weights + 4 * (g * B::kWeights + k));
+    simd::AlignedFour::Store(out + 4 * g, B::Apply(taps, w));
   };
   for (size_t g = 0; g < table.interiorBegin; ++g) group(g, false);
   for (size_t g = table.interiorBegin; g < table.interiorEnd; ++g) group(g, true);
@@ -177,10 +179,12 @@ struct LineWeights {
   __m128 lanes[Blend<kTaps>::kWeights];
 };
 
-template <int kTaps>
+// The blend of the rows' floats i .. i+3, loaded through the lane policy `Lanes` (AlignedFour
+// at group boundaries of the rows, UnalignedFour anywhere else).
+template <class Lanes = simd::AlignedFour, int kTaps>
 inline __m128 BlendAt(const float* const (&rows)[kTaps], const LineWeights<kTaps>& w, size_t i) {
   __m128 r[kTaps];
-  for (int k = 0; k < kTaps; ++k) r[k] = _mm_load_ps(rows[k] + i);
+  for (int k = 0; k < kTaps; ++k) r[k] = Lanes::Load(rows[k] + i);
   return Blend<kTaps>::Apply(r, w.lanes);
 }
 
@@ -188,7 +192,7 @@ inline __m128 BlendAt(const float* const (&rows)[kTaps], const LineWeights<kTaps
 template <int kTaps>
 void BlendRows(const float* const (&rows)[kTaps], const float* weights, size_t groups, float* out) {
   const LineWeights<kTaps> w(weights);
-  for (size_t i = 0; i < groups * 4; i += 4) _mm_store_ps(out + i, BlendAt(rows, w, i));
+  for (size_t i = 0; i < groups * 4; i += 4) simd::AlignedFour::Store(out + i, BlendAt(rows, w, i));
 }
 
 // Voxels before `p` reaches a 16-byte boundary, at most `width`; all of them when p is not
@@ -207,7 +211,7 @@ void StoreEachVoxel(const float* const (&rows)[kTaps], const LineWeights<kTaps>&
                     size_t end, T* dst) {
   for (size_t group = begin & ~size_t{3}; group < end; group += 4) {
     alignas(16) float lanes[4];
-    _mm_store_ps(lanes, BlendAt(rows, w, group));
+    simd::AlignedFour::Store(lanes, BlendAt(rows, w, group));
     const size_t last = group + 4 < end ? group + 4 : end;
     for (size_t i = group > begin ? group : begin; i < last; ++i) {
       Element<T>::Store(dst + i, lanes[i - group]);
@@ -236,12 +240,9 @@ void BlendRowsToVoxels(const float* const (&rows)[kTaps], const float* weights, 
   size_t i = head;
   for (; i + kBlock <= width; i += kBlock) {
     __m128 lanes[kBlock / 4];
-    for (size_t j = 0; j < kBlock / 4; ++j) {
-      __m128 r[kTaps];
-      for (int k = 0; k < kTaps; ++k) r[k] = _mm_loadu_ps(rows[k] + i + 4 * j);
-      lanes[j] = Blend<kTaps>::Apply(r, w.lanes);
-    }
-    _mm_stream_si128(reinterpret_cast<__m128i*>(dst + i), Element<T>::Pack(lanes));
+    for (size_t j = 0; j < kBlock / 4; ++j)
+      lanes[j] = BlendAt<simd::UnalignedFour>(rows, w, i + 4 * j);
+    simd::StreamBytes(dst + i, Element<T>::Pack(lanes));
   }
   StoreEachVoxel(rows, w, i, width, dst);
 }

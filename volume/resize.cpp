@@ -40,13 +40,20 @@ VtqStatus PrepareResize(const ResizeRequest& r, ResizeAxis (&axis)[3]) {
   return nonEmpty ? vtqStsOk : vtqStsWarnNoOperation;
 }
 
+// The whole call once the layout is fixed: the null check of the three pointers (as
+// `pointersSet`), the rest of the checks and the geometry, then the kernel.
 template <class SrcView, class DstView>
-VtqStatus Resize(const SrcView& src, const DstView& dst, const ResizeRequest& request,
-                 Vtq8u* buffer) {
+VtqStatus Resize(bool pointersSet, const SrcView& src, const DstView& dst, VtqVolumeSize srcVolume,
+                 VtqCuboid srcVOI, VtqCuboid dstVOI, double xFactor, double yFactor, double zFactor,
+                 double xShift, double yShift, double zShift, int interpolation, Vtq8u* buffer) {
+  if (!pointersSet) return vtqStsErrNullPtr;
+  const ResizeRequest request = {
+      srcVolume,    srcVOI, dstVOI, {xFactor, yFactor, zFactor}, {xShift, yShift, zShift},
+      interpolation};
   ResizeAxis axis[3];
   const VtqStatus status = PrepareResize(request, axis);
   if (status != vtqStsOk) return status;
-  RunResize(src, dst, axis, request.interpolation, buffer);
+  RunResize(src, dst, axis, interpolation, buffer);
   return vtqStsOk;
 }
 
@@ -54,38 +61,26 @@ VtqStatus Resize(const SrcView& src, const DstView& dst, const ResizeRequest& re
 }  // namespace volume
 
 // The entry points differ only in element type and layout, so one macro writes each pair.
-#define VTQR_RESIZE_ENTRY_POINTS(suffix, T)                                                     \
-  VtqStatus Resize_##suffix##_C1V(const T* pSrc, VtqVolumeSize srcVolume, int srcStep,          \
-                                  int srcPlaneStep, VtqCuboid srcVOI, T* pDst, int dstStep,     \
-                                  int dstPlaneStep, VtqCuboid dstVOI, double xFactor,           \
-                                  double yFactor, double zFactor, double xShift, double yShift, \
-                                  double zShift, int interpolation, Vtq8u* pBuffer) {           \
-    if (pSrc == nullptr || pDst == nullptr || pBuffer == nullptr) return vtqStsErrNullPtr;      \
-    return volume::Resize(volume::BlockVolume<const T>(pSrc, srcStep, srcPlaneStep),            \
-                          volume::BlockVolume<T>(pDst, dstStep, dstPlaneStep),                  \
-                          {srcVolume,                                                           \
-                           srcVOI,                                                              \
-                           dstVOI,                                                              \
-                           {xFactor, yFactor, zFactor},                                         \
-                           {xShift, yShift, zShift},                                            \
-                           interpolation},                                                      \
-                          pBuffer);                                                             \
-  }                                                                                             \
-  VtqStatus Resize_##suffix##_C1PV(const T* const* pSrc, VtqVolumeSize srcVolume, int srcStep,  \
-                                   VtqCuboid srcVOI, T* const* pDst, int dstStep,               \
-                                   VtqCuboid dstVOI, double xFactor, double yFactor,            \
-                                   double zFactor, double xShift, double yShift, double zShift, \
-                                   int interpolation, Vtq8u* pBuffer) {                         \
-    if (pSrc == nullptr || pDst == nullptr || pBuffer == nullptr) return vtqStsErrNullPtr;      \
-    return volume::Resize(volume::SliceVolume<const T>(pSrc, srcStep),                          \
-                          volume::SliceVolume<T>(pDst, dstStep),                                \
-                          {srcVolume,                                                           \
-                           srcVOI,                                                              \
-                           dstVOI,                                                              \
-                           {xFactor, yFactor, zFactor},                                         \
-                           {xShift, yShift, zShift},                                            \
-                           interpolation},                                                      \
-                          pBuffer);                                                             \
+#define VTQR_RESIZE_ENTRY_POINTS(suffix, T)                                                      \
+  VtqStatus Resize_##suffix##_C1V(const T* pSrc, VtqVolumeSize srcVolume, int srcStep,           \
+                                  int srcPlaneStep, VtqCuboid srcVOI, T* pDst, int dstStep,      \
+                                  int dstPlaneStep, VtqCuboid dstVOI, double xFactor,            \
+                                  double yFactor, double zFactor, double xShift, double yShift,  \
+                                  double zShift, int interpolation, Vtq8u* pBuffer) {            \
+    return volume::Resize(                                                                       \
+        pSrc && pDst && pBuffer, volume::BlockVolume<const T>(pSrc, srcStep, srcPlaneStep),      \
+        volume::BlockVolume<T>(pDst, dstStep, dstPlaneStep), srcVolume, srcVOI, dstVOI, xFactor, \
+        yFactor, zFactor, xShift, yShift, zShift, interpolation, pBuffer);                       \
+  }                                                                                              \
+  VtqStatus Resize_##suffix##_C1PV(const T* const* pSrc, VtqVolumeSize srcVolume, int srcStep,   \
+                                   VtqCuboid srcVOI, T* const* pDst, int dstStep,                \
+                                   VtqCuboid dstVOI, double xFactor, double yFactor,             \
+                                   double zFactor, double xShift, double yShift, double zShift,  \
+                                   int interpolation, Vtq8u* pBuffer) {                          \
+    return volume::Resize(pSrc && pDst && pBuffer, volume::SliceVolume<const T>(pSrc, srcStep),  \
+                          volume::SliceVolume<T>(pDst, dstStep), srcVolume, srcVOI, dstVOI,      \
+                          xFactor, yFactor, zFactor, xShift, yShift, zShift, interpolation,      \
+                          pBuffer);                                                              \
   }
 
 VTQR_RESIZE_ENTRY_POINTS(8u, Vtq8u)

@@ -83,6 +83,24 @@
   X(Mul_32f_C1P3IM, DISTINCT, VtqStatus,                                                         \
     (const Vtq32f* pSrc, const Vtq32s* pMask, Vtq32f* const pSrcDst[3], int len),                \
     (pSrc, pMask, pSrcDst, len))                                                                 \
+  X(Remap_16u_C1PV, DISTINCT, VtqStatus,                                                         \
+    (const Vtq16u* const* pSrc, VtqVolumeSize srcVolume, int srcStep, VtqCuboid srcVOI,          \
+     const Vtq32f* const* pxMap, const Vtq32f* const* pyMap, const Vtq32f* const* pzMap,         \
+     int mapStep, Vtq16u* const* pDst, int dstStep, VtqVolumeSize dstVolume, int interpolation), \
+    (pSrc, srcVolume, srcStep, srcVOI, pxMap, pyMap, pzMap, mapStep, pDst, dstStep, dstVolume,   \
+     interpolation))                                                                             \
+  X(Remap_32f_C1PV, DISTINCT, VtqStatus,                                                         \
+    (const Vtq32f* const* pSrc, VtqVolumeSize srcVolume, int srcStep, VtqCuboid srcVOI,          \
+     const Vtq32f* const* pxMap, const Vtq32f* const* pyMap, const Vtq32f* const* pzMap,         \
+     int mapStep, Vtq32f* const* pDst, int dstStep, VtqVolumeSize dstVolume, int interpolation), \
+    (pSrc, srcVolume, srcStep, srcVOI, pxMap, pyMap, pzMap, mapStep, pDst, dstStep, dstVolume,   \
+     interpolation))                                                                             \
+  X(Remap_8u_C1PV, DISTINCT, VtqStatus,                                                          \
+    (const Vtq8u* const* pSrc, VtqVolumeSize srcVolume, int srcStep, VtqCuboid srcVOI,           \
+     const Vtq32f* const* pxMap, const Vtq32f* const* pyMap, const Vtq32f* const* pzMap,         \
+     int mapStep, Vtq8u* const* pDst, int dstStep, VtqVolumeSize dstVolume, int interpolation),  \
+    (pSrc, srcVolume, srcStep, srcVOI, pxMap, pyMap, pzMap, mapStep, pDst, dstStep, dstVolume,   \
+     interpolation))                                                                             \
   X(ResizeGetBufSize, SHARED, VtqStatus,                                                         \
     (const VtqCuboid* srcVOI, const VtqCuboid* dstVOI, int nChannel, int interpolation,          \
      int* pSize),                                                                                \
@@ -169,7 +187,26 @@
   X(TriangleAccelGetSize, SHARED, VtqStatus, (Vtq32s* pSize), (pSize))                           \
   X(TriangleAccelInit, SHARED, VtqStatus,                                                        \
     (VtqrTriangleAccel* pAccel, const Vtq32f* pVert, const Vtq32s* pTriIndex, int triCount),     \
-    (pAccel, pVert, pTriIndex, triCount))
+    (pAccel, pVert, pTriIndex, triCount))                                                        \
+  X(WarpAffineGetBufSize, SHARED, VtqStatus,                                                     \
+    (const VtqCuboid* srcVOI, const VtqCuboid* dstVOI, int nChannel, int interpolation,          \
+     int* pSize),                                                                                \
+    (srcVOI, dstVOI, nChannel, interpolation, pSize))                                            \
+  X(WarpAffine_16u_C1PV, SHARED, VtqStatus,                                                      \
+    (const Vtq16u* const* pSrc, VtqVolumeSize srcVolume, int srcStep, VtqCuboid srcVOI,          \
+     Vtq16u* const* pDst, int dstStep, VtqCuboid dstVOI, const double coeffs[3][4],              \
+     int interpolation, Vtq8u* pBuffer),                                                         \
+    (pSrc, srcVolume, srcStep, srcVOI, pDst, dstStep, dstVOI, coeffs, interpolation, pBuffer))   \
+  X(WarpAffine_32f_C1PV, SHARED, VtqStatus,                                                      \
+    (const Vtq32f* const* pSrc, VtqVolumeSize srcVolume, int srcStep, VtqCuboid srcVOI,          \
+     Vtq32f* const* pDst, int dstStep, VtqCuboid dstVOI, const double coeffs[3][4],              \
+     int interpolation, Vtq8u* pBuffer),                                                         \
+    (pSrc, srcVolume, srcStep, srcVOI, pDst, dstStep, dstVOI, coeffs, interpolation, pBuffer))   \
+  X(WarpAffine_8u_C1PV, SHARED, VtqStatus,                                                       \
+    (const Vtq8u* const* pSrc, VtqVolumeSize srcVolume, int srcStep, VtqCuboid srcVOI,           \
+     Vtq8u* const* pDst, int dstStep, VtqCuboid dstVOI, const double coeffs[3][4],               \
+     int interpolation, Vtq8u* pBuffer),                                                         \
+    (pSrc, srcVolume, srcStep, srcVOI, pDst, dstStep, dstVOI, coeffs, interpolation, pBuffer))
 // clang-format on
 
 #endif  // VTQR_FRAME_EXPORTS_H_

@@ -16,36 +16,13 @@
 #include "frame/code_path.h"
 #include "simd/lanes.h"
 #include "simd/stores.h"
+#include "volume/blend.h"
 #include "volume/element.h"
 #include "volume/resize_geometry.h"
+#include "volume/tap_runs.h"
 
 VTQR_PATH_BEGIN
 namespace volume {
-
-// How the taps of one mode combine, lane by lane, in single precision and in this order.
-template <int kTaps>
-struct Blend;
-
-// Trilinear: r0 * (1 - w) + r1 * w, one weight w per output.
-template <>
-struct Blend<2> {
-  static constexpr int kWeights = 1;
-  static __m128 Apply(const __m128 (&r)[2], const __m128 (&w)[1]) {
-    const __m128 rest = _mm_sub_ps(_mm_set1_ps(1.0f), w[0]);
-    return _mm_add_ps(_mm_mul_ps(r[0], rest), _mm_mul_ps(r[1], w[0]));
-  }
-};
-
-// Cubic: (w0 * r0 + w1 * r1) + (w2 * r2 + w3 * r3).
-template <>
-struct Blend<4> {
-  static constexpr int kWeights = 4;
-  static __m128 Apply(const __m128 (&r)[4], const __m128 (&w)[4]) {
-    const __m128 inner = _mm_add_ps(_mm_mul_ps(w[0], r[0]), _mm_mul_ps(w[1], r[1]));
-    const __m128 outer = _mm_add_ps(_mm_mul_ps(w[2], r[2]), _mm_mul_ps(w[3], r[3]));
-    return _mm_add_ps(inner, outer);
-  }
-};
 
 // The x tables of a call: per destination x the first tap and the weights, laid out for whole
 // groups of four outputs, and the groups whose taps all lie inside the VOI.
@@ -70,67 +47,11 @@ inline void FindInteriorGroups(XTable* t, int taps) {
 }
 
 // Taps of the four outputs of a group, read as vectors from inside the row: lane l of taps[k]
-// is tap k of output l. Floats and 16-bit cubic taps load each output's run of taps and
-// transpose; bytes, and 16-bit pairs, gather all runs into one register and pick each tap's
-// lanes with a byte shuffle, which widens them in the same step.
-template <class T>
-inline void LoadInteriorTaps(const T* row, const int32_t* first, __m128 (&taps)[4]) {
-  __m128 a = Element<T>::Load4(row + first[0]);
-  __m128 b = Element<T>::Load4(row + first[1]);
-  __m128 c = Element<T>::Load4(row + first[2]);
-  __m128 d = Element<T>::Load4(row + first[3]);
-  _MM_TRANSPOSE4_PS(a, b, c, d);
-  taps[0] = a;
-  taps[1] = b;
-  taps[2] = c;
-  taps[3] = d;
-}
-
-template <class T>
-inline void LoadInteriorTaps(const T* row, const int32_t* first, __m128 (&taps)[2]) {
-  const __m128 a = Element<T>::Load2(row + first[0]);  // a0 a1 0 0
-  const __m128 b = Element<T>::Load2(row + first[1]);
-  const __m128 c = Element<T>::Load2(row + first[2]);
-  const __m128 d = Element<T>::Load2(row + first[3]);
-  const __m128 ab = _mm_unpacklo_ps(a, b);  // a0 b0 a1 b1
-  const __m128 cd = _mm_unpacklo_ps(c, d);  // c0 d0 c1 d1
-  taps[0] = _mm_movelh_ps(ab, cd);
-  taps[1] = _mm_movehl_ps(cd, ab);
-}
-
-// Four runs of `Bits` (the bytes of a run of taps), one per 32-bit lane.
-template <class Bits, class T>
-inline __m128i GatherRuns(const T* row, const int32_t* first) {
-  return _mm_setr_epi32(LoadBits<Bits>(row + first[0]), LoadBits<Bits>(row + first[1]),
-                        LoadBits<Bits>(row + first[2]), LoadBits<Bits>(row + first[3]));
-}
-
-// Byte k of each 32-bit lane, widened to the lane.
-inline __m128 ByteOfEachLane(__m128i v, int k) {
-  const char z = -1;  // a shuffle index with the top bit set writes a zero
-  const char b = static_cast<char>(k);
-  return _mm_cvtepi32_ps(_mm_shuffle_epi8(
-      v, _mm_setr_epi8(b, z, z, z, b + 4, z, z, z, b + 8, z, z, z, b + 12, z, z, z)));
-}
-
-template <>
-inline void LoadInteriorTaps(const Vtq8u* row, const int32_t* first, __m128 (&taps)[4]) {
-  const __m128i runs = GatherRuns<int32_t>(row, first);
-  for (int k = 0; k < 4; ++k) taps[k] = ByteOfEachLane(runs, k);
-}
-
-template <>
-inline void LoadInteriorTaps(const Vtq8u* row, const int32_t* first, __m128 (&taps)[2]) {
-  const __m128i runs = GatherRuns<uint16_t>(row, first);
-  taps[0] = ByteOfEachLane(runs, 0);
-  taps[1] = ByteOfEachLane(runs, 1);
-}
-
-template <>
-inline void LoadInteriorTaps(const Vtq16u* row, const int32_t* first, __m128 (&taps)[2]) {
-  const __m128i runs = GatherRuns<int32_t>(row, first);
-  taps[0] = _mm_cvtepi32_ps(_mm_and_si128(runs, _mm_set1_epi32(0xFFFF)));
-  taps[1] = _mm_cvtepi32_ps(_mm_srli_epi32(runs, 16));
+// is tap k of output l.
+template <class T, int kTaps>
+inline void LoadInteriorTaps(const T* row, const int32_t* first, __m128 (&taps)[kTaps]) {
+  const T* const runs[4] = {row + first[0], row + first[1], row + first[2], row + first[3]};
+  LoadTapRuns(runs, taps);
 }
 
 // Taps of a group one by one, each index clamped to the VOI: the edge replicates.

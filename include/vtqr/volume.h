@@ -199,6 +199,172 @@ VTQR_API VtqStatus vtqrResize_32f_C1PV(const Vtq32f* const* pSrc, VtqVolumeSize 
                                        double yFactor, double zFactor, double xShift, double yShift,
                                        double zShift, int interpolation, Vtq8u* pBuffer);
 
+/* Remap -------------------------------------------------------------------------------------
+ *
+ * Samples the source at an arbitrary position per destination voxel: for the voxel (x, y, z)
+ * of the destination volume, the three maps give the source position
+ *     mx = pxMap[z][y][x],  my = pyMap[z][y][x],  mz = pzMap[z][y][x]
+ * (32f, in source voxel coordinates; map voxel (x, y) of slice z lies at
+ * pxMap[z] + y*mapStep + x*4 bytes, likewise for the other two maps). Every voxel of
+ * dstVolume is visited; source, destination and maps are PV volumes (arrays of slice
+ * pointers, steps in bytes, 64-bit addressing as above).
+ *
+ * Checks, in this order (the first failure is returned and nothing is written):
+ *  1. pSrc or pDst null: vtqStsErrNullPtr;
+ *  2. pxMap, pyMap or pzMap null: vtqStsErrNullPtr;
+ *  3. srcVolume width, height or depth below 1, a srcVOI origin coordinate below 0 or extent
+ *     below 1, or dstVolume width, height or depth below 1: vtqStsErrSize;
+ *  4. interpolation not a VtqInterpolation code: vtqStsErrInterpolation.
+ *
+ * A source of depth 1 is remapped in two dimensions: the call becomes a planar remap of
+ * pSrc[0] (srcVolume width and height, the x/y part of srcVOI) through pxMap[0] and pyMap[0]
+ * into pDst[0] (dstVolume width and height), whose result is returned. It tests pSrc[0],
+ * pDst[0], then pxMap[0] and pyMap[0] for null (vtqStsErrNullPtr); pzMap is not read beyond
+ * the null test above, srcVOI.z and depth and dstVolume.depth play no part, and everything
+ * below holds with the z axis left out (no z taps, weights or bounds).
+ *
+ * Then, in 3-D:
+ *  - srcVOI origin outside srcVolume (x >= width, y >= height or z >= depth):
+ *    vtqStsWarnVoiOutside, nothing written. Otherwise the VOI is trimmed to the volume
+ *    (width = min(srcVOI.width, srcVolume.width - srcVOI.x), likewise height and depth), and
+ *    its inclusive bounds are xMin = srcVOI.x, xMax = srcVOI.x + width - 1, likewise y, z.
+ *  - Small sources: if srcVolume width, height or depth is below 4, a cubic code is done as
+ *    trilinear; then if any of them is below 2, as nearest.
+ *  - A voxel whose position fails xMin <= mx <= xMax, yMin <= my <= yMax or
+ *    zMin <= mz <= zMax is not written: it keeps whatever the destination held. A NaN or
+ *    infinite coordinate fails; no position reads outside the source volume.
+ *
+ * Interpolation at an inside position (mx, my, mz), single precision throughout:
+ *  - nearest: the voxel (rint(mx), rint(my), rint(mz)), rint rounding to nearest with halves
+ *    to even. The value is copied (a 32f voxel keeps its bits).
+ *  - trilinear: per axis ix = trunc(mx); where ix equals the upper bound (xMax) it is one less,
+ *    so that the fraction fx = mx - ix becomes 1 (and where that would give -1, a VOI one voxel
+ *    wide at voxel 0, ix stays 0 with fraction 0). The eight voxels ix..ix+1, iy..iy+1,
+ *    iz..iz+1 combine along x as a = p0*(1 - fx) + p1*fx for each of the four (y, z) pairs,
+ *    then along y with (1 - fy, fy), then along z with (1 - fz, fz).
+ *  - cubic (4 to 7): per axis ix = trunc(mx), t = mx - ix; the taps at the offsets k = -1, 0,
+ *    1, 2 from ix get the weights w = K[i] + (K[i+1] - K[i])*r, where K is the code's kernel
+ *    sampled at the 201 distances 0, 0.01, ..., 2.00 (K[i] = kernel(i/100) rounded to float),
+ *    d = min(|k - t|, 2), u = 100*d, i = floor(u) held at most 199, r = u - i (all in float;
+ *    a distance of 2 gives weight 0). The taps' voxels are ix-1, ix, ix+1, ix+2, except at
+ *    the borders: ix < 1 reads (0, 0, 1, 2); ix = xMax - 1 reads (ix-1, ix, ix+1, ix+1);
+ *    ix >= xMax reads (ix-1, ix, ix, ix) (the first rule that applies; the weights stay
+ *    those of the offsets). Below xMin the taps may read the volume outside the VOI. The
+ *    4 x 4 x 4 taps combine separably: for each (y, z) pair of taps along x as
+ *    (w0*p0 + w1*p1) + (w2*p2 + w3*p3), then the four results of each z along y in the same
+ *    grouping, then the four along z.
+ * Products and sums are single-precision operations in exactly this order, never fused.
+ *
+ * Storing: 32f stores the float. 16u (and 8u for nearest, trilinear and cubic voxels without
+ * replaced taps) clamps to [0, 65535] ([0, 255]) and rounds to nearest, halves to even; the
+ * clamp matters for the cubic codes 4, 6 and 7, which overshoot the range of their taps. A
+ * cubic 8u voxel where any tap was replaced at a border (ix < 1 or ix >= xMax - 1 on some
+ * axis) is instead trunc(double(sum) + 0.5000001) clamped to [0, 255]: the two roundings
+ * differ on exact halves (2.5 gives 2 in the interior, 3 at a border), on purpose.
+ *
+ * Results are bit-identical whatever the thread count and the code path (the u8 and n8
+ * builds are separate compilations of one source). A voxel's value depends only on its own
+ * position, not on its neighbours in the maps.
+ *
+ * Threads: when dstVolume width, height and depth are all at least 16 and ownGetNumThreads()
+ * is above 1, the destination slices are divided into contiguous runs, as even as possible
+ * (the later threads taking one slice more when the count does not divide evenly), one per
+ * thread of one OpenMP parallel region of ownGetNumThreads() threads; a planar remap divides
+ * its rows the same way when the destination is at least 16 wide and high. Otherwise, or
+ * when called from inside a parallel region, the calling thread does all the work. No work
+ * buffer is used and nothing is allocated. Source, maps and destination must not overlap. */
+VTQR_API VtqStatus vtqrRemap_8u_C1PV(const Vtq8u* const* pSrc, VtqVolumeSize srcVolume,
+                                     int srcStep, VtqCuboid srcVOI, const Vtq32f* const* pxMap,
+                                     const Vtq32f* const* pyMap, const Vtq32f* const* pzMap,
+                                     int mapStep, Vtq8u* const* pDst, int dstStep,
+                                     VtqVolumeSize dstVolume, int interpolation);
+VTQR_API VtqStatus vtqrRemap_16u_C1PV(const Vtq16u* const* pSrc, VtqVolumeSize srcVolume,
+                                      int srcStep, VtqCuboid srcVOI, const Vtq32f* const* pxMap,
+                                      const Vtq32f* const* pyMap, const Vtq32f* const* pzMap,
+                                      int mapStep, Vtq16u* const* pDst, int dstStep,
+                                      VtqVolumeSize dstVolume, int interpolation);
+VTQR_API VtqStatus vtqrRemap_32f_C1PV(const Vtq32f* const* pSrc, VtqVolumeSize srcVolume,
+                                      int srcStep, VtqCuboid srcVOI, const Vtq32f* const* pxMap,
+                                      const Vtq32f* const* pyMap, const Vtq32f* const* pzMap,
+                                      int mapStep, Vtq32f* const* pDst, int dstStep,
+                                      VtqVolumeSize dstVolume, int interpolation);
+
+/* Affine warp -------------------------------------------------------------------------------
+ *
+ * Transforms the source by an affine map. coeffs maps source coordinates to destination
+ * coordinates:
+ *     dst = A * src + b,  A[i][j] = coeffs[i][j] (i, j < 3),  b[i] = coeffs[i][3],
+ * with voxel coordinates as above, absolute in each volume (not relative to a VOI). Every
+ * voxel (x, y, z) of dstVOI is sampled at its source position, the inverse map applied to
+ * it. The inverse is computed once per call in double: the cofactors
+ * c[i][j] = a[i+1][j+1]*a[i+2][j+2] - a[i+1][j+2]*a[i+2][j+1] (indices mod 3, written out as
+ * products in that order), det = a[0][0]*c[0][0] + a[0][1]*c[0][1] + a[0][2]*c[0][2] summed
+ * left to right, M[i][j] = c[j][i] / det, and t[i] = -((M[i][0]*b[0] + M[i][1]*b[1]) +
+ * M[i][2]*b[2]). The source position of the voxel is then, per axis i, in double,
+ *     s[i] = M[i][0]*x + ((M[i][1]*y + M[i][2]*z) + t[i]),
+ * rounded to float once. From there the voxel is exactly a remap voxel whose maps hold those
+ * floats: the same bounds (srcVOI trimmed to the volume; a voxel whose position falls outside
+ * is not written and keeps its value), the same reduction of the mode on small sources, the
+ * same interpolation, rounding and storing for each code. A position of an infinite or NaN
+ * value falls outside.
+ *
+ * Checks, in this order (the first failure is returned and nothing is written):
+ *  1. pSrc, pDst or coeffs null: vtqStsErrNullPtr;
+ *  2. srcVolume width, height or depth below 1, or a srcVOI or dstVOI origin coordinate below
+ *     0 or extent below 1: vtqStsErrSize;
+ *  3. the coefficient test: vtqStsErrCoeff when |A[0][0]|, |A[1][1]| and |A[2][2]| are all at
+ *     or below 1e-100 (a matrix with no diagonal left, invertible or not; a 90-degree rotation
+ *     about one axis keeps one diagonal entry and passes), or when A cannot be inverted in
+ *     double: det is 0 or not finite, or an entry of M or t is not finite (which any infinite
+ *     or NaN coefficient causes);
+ *  4. interpolation not a VtqInterpolation code: vtqStsErrInterpolation.
+ *
+ * A source of depth 1 is warped in two dimensions: the call becomes a planar warp of pSrc[0]
+ * into pDst[0] by the x/y part of the coefficients (the 2 x 2 block A[0..1][0..1] and
+ * b[0..1]; the third row and column play no part after check 3), with the x/y parts of
+ * srcVOI and dstVOI, whose result is returned. The planar warp tests pSrc[0] and pDst[0] for
+ * null (vtqStsErrNullPtr), then its own matrix as in check 3 (|A[0][0]| and |A[1][1]| both at
+ * or below 1e-100, or det = A[0][0]*A[1][1] - A[0][1]*A[1][0] zero or not finite, or a
+ * non-finite inverse: vtqStsErrCoeff), then proceeds with the z axis left out:
+ * M = (A[1][1], -A[0][1]; -A[1][0], A[0][0]) / det entry by entry, t[i] = -(M[i][0]*b[0] +
+ * M[i][1]*b[1]), s[i] = M[i][0]*x + (M[i][1]*y + t[i]).
+ *
+ * Then: srcVOI origin outside srcVolume: vtqStsWarnVoiOutside, nothing written. Otherwise the
+ * voxels of dstVOI are written (those whose position falls inside the source VOI); nothing
+ * outside dstVOI is touched, and pDst must hold its slices and rows (there is no destination
+ * volume size to trim it to).
+ *
+ * Results are bit-identical whatever the thread count. Threads: the dstVOI slices are split as
+ * for remap, when dstVOI is at least 16 voxels on every axis (a planar warp: its rows, when at
+ * least 16 wide and high). Source and destination must not overlap.
+ *
+ * pBuffer: the work buffer of the size query's pattern. The warp needs none: the pointer is
+ * never read and may be null. */
+
+/* Size of the warp's work buffer: always 0. Checks, in order: pSize, srcVOI or dstVOI null:
+ * vtqStsErrNullPtr; an origin coordinate of either cuboid below 0 or an extent below 1:
+ * vtqStsErrSize; nChannel other than 1: vtqStsErrChannels; interpolation not a
+ * VtqInterpolation code: vtqStsErrInterpolation. On success writes 0 to *pSize and returns
+ * vtqStsOk; on failure writes nothing. */
+VTQR_API VtqStatus vtqrWarpAffineGetBufSize(const VtqCuboid* srcVOI, const VtqCuboid* dstVOI,
+                                            int nChannel, int interpolation, int* pSize);
+
+VTQR_API VtqStatus vtqrWarpAffine_8u_C1PV(const Vtq8u* const* pSrc, VtqVolumeSize srcVolume,
+                                          int srcStep, VtqCuboid srcVOI, Vtq8u* const* pDst,
+                                          int dstStep, VtqCuboid dstVOI,
+                                          const double coeffs[3][4], int interpolation,
+                                          Vtq8u* pBuffer);
+VTQR_API VtqStatus vtqrWarpAffine_16u_C1PV(const Vtq16u* const* pSrc, VtqVolumeSize srcVolume,
+                                           int srcStep, VtqCuboid srcVOI, Vtq16u* const* pDst,
+                                           int dstStep, VtqCuboid dstVOI,
+                                           const double coeffs[3][4], int interpolation,
+                                           Vtq8u* pBuffer);
+VTQR_API VtqStatus vtqrWarpAffine_32f_C1PV(const Vtq32f* const* pSrc, VtqVolumeSize srcVolume,
+                                           int srcStep, VtqCuboid srcVOI, Vtq32f* const* pDst,
+                                           int dstStep, VtqCuboid dstVOI,
+                                           const double coeffs[3][4], int interpolation,
+                                           Vtq8u* pBuffer);
+
 #ifdef __cplusplus
 }
 #endif

@@ -39,9 +39,8 @@ AffineMap<kAxes> ReadAffine(const double (*coeffs)[4]) {
 // 1 and passes.
 inline constexpr double kDiagonalFloor = 1e-100;
 
-template <int kAxes>
-bool DiagonalVanishes(const AffineMap<kAxes>& m) {
-  for (int i = 0; i < kAxes; ++i) {
+inline bool DiagonalVanishes(const AffineMap<3>& m) {
+  for (int i = 0; i < 3; ++i) {
     if (!(std::fabs(m.linear[i][i]) <= kDiagonalFloor)) return false;
   }
   return true;
@@ -87,9 +86,9 @@ inline bool InvertAffine(const AffineMap<3>& m, AffineMap<3>* inverse) {
   return FinishInverse(m, inverse);
 }
 
-// The same for the x/y part of a planar warp.
+// The x/y part of a planar warp: only whether it can be inverted. The diagonal test has been
+// made on the whole matrix already, and a quarter turn of a plane has no diagonal of its own.
 inline bool InvertAffine(const AffineMap<2>& m, AffineMap<2>* inverse) {
-  if (DiagonalVanishes(m)) return false;
   const double(&a)[2][2] = m.linear;
   const double det = a[0][0] * a[1][1] - a[0][1] * a[1][0];
   if (!(det != 0.0) || !std::isfinite(det)) return false;

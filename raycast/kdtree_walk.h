@@ -116,6 +116,53 @@ template <class L>
   return live & ~missed;
 }
 
+// One ray: its three axes side by side in the lanes of one register (the fourth holds the
+// padding entries, 0), so that the nine divisions of the box test take three instructions.
+// Every lane computes what the scalar code computes for its axis; the stretch is then narrowed
+// axis by axis, in the same order and with the same Min and Max, as for four rays.
+template <>
+[[gnu::always_inline]] inline int PrepareRays<OneLane>(WalkRay<OneLane>& ray, const Vtq32f* box,
+                                                       float limit, int live, int signs[3]) {
+  // Gathered from the scalars rather than loaded as a vector: the scalars were just stored one
+  // by one, and a wide load of narrow stores would wait for them to reach the cache.
+  const F4 d(_mm_setr_ps(ray.dir[0], ray.dir[1], ray.dir[2], 0.0f));
+  const F4 o(_mm_setr_ps(ray.org[0], ray.org[1], ray.org[2], 0.0f));
+  // Stored back whole, for the triangle tests that read them four lanes at a time.
+  _mm_storeu_ps(ray.dir, d.v);
+  _mm_storeu_ps(ray.org, o.v);
+  live &= LaneBits(limit > 0.0f);
+  if (LaneBits((Abs(d) <= kFloatMax) & (Abs(o) <= kFloatMax)) != 0xF) live = 0;
+  const M4 flatLanes = Abs(d) <= kFlatComponent;
+  const int flat = LaneBits(flatLanes);
+  const int negative = LaneBits(d < -kFlatComponent);
+  _mm_storeu_ps(ray.inv, Select(flatLanes, F4(kFlatInverse), 1.0f / d).v);
+  ray.inv[3] = 0.0f;
+  for (int axis = 0; axis < 3; ++axis) signs[axis] = (negative >> axis) & 1;
+  ray.tnear = 0.0f;
+  ray.tfar = limit;
+  int missed = 0;
+  if (box != nullptr) {
+    // The box's maxima are words 3 to 5: loaded from word 2 and moved down a lane, so that
+    // nothing past the six words is read.
+    const __m128 fromTwo = _mm_loadu_ps(box + 2);
+    const F4 lo(_mm_loadu_ps(box));
+    const F4 hi(_mm_castsi128_ps(_mm_srli_si128(_mm_castps_si128(fromTwo), 4)));
+    const F4 t0 = (lo - o) / d;
+    const F4 t1 = (hi - o) / d;
+    alignas(16) float enter[4], leave[4];
+    _mm_store_ps(enter, Min(t0, t1).v);
+    _mm_store_ps(leave, Max(t0, t1).v);
+    for (int axis = 0; axis < 3; ++axis) {
+      if ((flat >> axis) & 1) continue;
+      ray.tnear = Max(ray.tnear, enter[axis]);
+      ray.tfar = Min(ray.tfar, leave[axis]);
+      missed |= LaneBits(ray.tnear > ray.tfar);
+    }
+  }
+  ray.tfar = ray.tfar + kStretchMargin;
+  return live & ~missed;
+}
+
 // A deferred far child. One ray needs only its tfar; a packet also records which lanes deferred
 // the child and which were sent there alone.
 template <class L>

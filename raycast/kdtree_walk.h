@@ -234,8 +234,15 @@ template <class L, class Keep>
     }
 
     // The leaf's triangles, then the termination rule of the lanes that were here.
-    int32_t scratch[3];
-    const int hit = TestTriangles(kdnode::ReadLeaf(node, scratch), accel, ray, active, keep);
+    // Most leaves a walk reaches are empty (the builder cuts empty space off): they only end
+    // the stretch. One ray gains from that path being laid out as the likely one (6% on a
+    // scanned mesh); four rays, whose leaves are more often shared non-empty ones, do not.
+    int hit = 0;
+    const bool empty = kdnode::KindOfLeaf(*node) == kdnode::LeafKind::kEmpty;
+    if (kOne ? __builtin_expect(!empty, 0) : !empty) {
+      int32_t scratch[3];
+      hit = TestTriangles(kdnode::ReadLeaf(node, scratch), accel, ray, active, keep);
+    }
     done |= active & (hit | keep.Finished(ray.tfar));
     if constexpr (kOne) {
       if (done != 0 || top == 0) return;

@@ -47,6 +47,10 @@
      Vtq32f* pDst, int len),                                                                     \
     (pSrc1, pSrc2, pMask, pDst, len))                                                            \
   X(GetLibVersion, DISTINCT, const VtqLibVersion*, (void), ())                                   \
+  X(GetResizeCuboid, SHARED, VtqStatus,                                                          \
+    (const VtqCuboid* srcVOI, VtqCuboid* pDstCuboid, double xFactor, double yFactor,             \
+     double zFactor, double xShift, double yShift, double zShift, int interpolation),            \
+    (srcVOI, pDstCuboid, xFactor, yFactor, zFactor, xShift, yShift, zShift, interpolation))      \
   X(HitPoint3DEpsM0_32f_M, SHARED, VtqStatus,                                                    \
     (const Vtq32f* const pOrigin[3], const Vtq32f* const pDirection[3], const Vtq32f* pDist,     \
      const Vtq32s* pMask, Vtq32f* const pDst[3], int len, Vtq32f eps),                           \
@@ -87,6 +91,52 @@
   X(Mul_32f_C1P3IM, DISTINCT, VtqStatus,                                                         \
     (const Vtq32f* pSrc, const Vtq32s* pMask, Vtq32f* const pSrcDst[3], int len),                \
     (pSrc, pMask, pSrcDst, len))                                                                 \
+  X(ResizeGetBufSize, SHARED, VtqStatus,                                                         \
+    (const VtqCuboid* srcVOI, const VtqCuboid* dstVOI, int nChannel, int interpolation,          \
+     int* pSize),                                                                                \
+    (srcVOI, dstVOI, nChannel, interpolation, pSize))                                            \
+  X(Resize_16u_C1PV, SHARED, VtqStatus,                                                          \
+    (const Vtq16u* const* pSrc, VtqVolumeSize srcVolume, int srcStep, VtqCuboid srcVOI,          \
+     Vtq16u* const* pDst, int dstStep, VtqCuboid dstVOI, double xFactor, double yFactor,         \
+     double zFactor, double xShift, double yShift, double zShift, int interpolation,             \
+     Vtq8u* pBuffer),                                                                            \
+    (pSrc, srcVolume, srcStep, srcVOI, pDst, dstStep, dstVOI, xFactor, yFactor, zFactor, xShift, \
+     yShift, zShift, interpolation, pBuffer))                                                    \
+  X(Resize_16u_C1V, SHARED, VtqStatus,                                                           \
+    (const Vtq16u* pSrc, VtqVolumeSize srcVolume, int srcStep, int srcPlaneStep,                 \
+     VtqCuboid srcVOI, Vtq16u* pDst, int dstStep, int dstPlaneStep, VtqCuboid dstVOI,            \
+     double xFactor, double yFactor, double zFactor, double xShift, double yShift,               \
+     double zShift, int interpolation, Vtq8u* pBuffer),                                          \
+    (pSrc, srcVolume, srcStep, srcPlaneStep, srcVOI, pDst, dstStep, dstPlaneStep, dstVOI,        \
+     xFactor, yFactor, zFactor, xShift, yShift, zShift, interpolation, pBuffer))                 \
+  X(Resize_32f_C1PV, SHARED, VtqStatus,                                                          \
+    (const Vtq32f* const* pSrc, VtqVolumeSize srcVolume, int srcStep, VtqCuboid srcVOI,          \
+     Vtq32f* const* pDst, int dstStep, VtqCuboid dstVOI, double xFactor, double yFactor,         \
+     double zFactor, double xShift, double yShift, double zShift, int interpolation,             \
+     Vtq8u* pBuffer),                                                                            \
+    (pSrc, srcVolume, srcStep, srcVOI, pDst, dstStep, dstVOI, xFactor, yFactor, zFactor, xShift, \
+     yShift, zShift, interpolation, pBuffer))                                                    \
+  X(Resize_32f_C1V, SHARED, VtqStatus,                                                           \
+    (const Vtq32f* pSrc, VtqVolumeSize srcVolume, int srcStep, int srcPlaneStep,                 \
+     VtqCuboid srcVOI, Vtq32f* pDst, int dstStep, int dstPlaneStep, VtqCuboid dstVOI,            \
+     double xFactor, double yFactor, double zFactor, double xShift, double yShift,               \
+     double zShift, int interpolation, Vtq8u* pBuffer),                                          \
+    (pSrc, srcVolume, srcStep, srcPlaneStep, srcVOI, pDst, dstStep, dstPlaneStep, dstVOI,        \
+     xFactor, yFactor, zFactor, xShift, yShift, zShift, interpolation, pBuffer))                 \
+  X(Resize_8u_C1PV, SHARED, VtqStatus,                                                           \
+    (const Vtq8u* const* pSrc, VtqVolumeSize srcVolume, int srcStep, VtqCuboid srcVOI,           \
+     Vtq8u* const* pDst, int dstStep, VtqCuboid dstVOI, double xFactor, double yFactor,          \
+     double zFactor, double xShift, double yShift, double zShift, int interpolation,             \
+     Vtq8u* pBuffer),                                                                            \
+    (pSrc, srcVolume, srcStep, srcVOI, pDst, dstStep, dstVOI, xFactor, yFactor, zFactor, xShift, \
+     yShift, zShift, interpolation, pBuffer))                                                    \
+  X(Resize_8u_C1V, SHARED, VtqStatus,                                                            \
+    (const Vtq8u* pSrc, VtqVolumeSize srcVolume, int srcStep, int srcPlaneStep,                  \
+     VtqCuboid srcVOI, Vtq8u* pDst, int dstStep, int dstPlaneStep, VtqCuboid dstVOI,             \
+     double xFactor, double yFactor, double zFactor, double xShift, double yShift,               \
+     double zShift, int interpolation, Vtq8u* pBuffer),                                          \
+    (pSrc, srcVolume, srcStep, srcPlaneStep, srcVOI, pDst, dstStep, dstPlaneStep, dstVOI,        \
+     xFactor, yFactor, zFactor, xShift, yShift, zShift, interpolation, pBuffer))                 \
   X(SHBand_32f, SHARED, VtqStatus,                                                               \
     (const Vtq32f* pX, const Vtq32f* pY, const Vtq32f* pZ, int n, Vtq32f* pDst, Vtq32u band),    \
     (pX, pY, pZ, n, pDst, band))                                                                 \

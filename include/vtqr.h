@@ -28,5 +28,6 @@
 #include "vtqr/accel.h"
 #include "vtqr/raycast.h"
 #include "vtqr/sh.h"
+#include "vtqr/volume.h"
 
 #endif /* VTQR_H */

@@ -5,7 +5,7 @@
 #ifndef VTQR_SIMD_STORES_H_
 #define VTQR_SIMD_STORES_H_
 
-#include <xmmintrin.h>
+#include <emmintrin.h>
 
 #include "frame/code_path.h"
 #include "simd/lanes.h"
@@ -20,6 +20,9 @@ struct StreamFour {
   static constexpr int kWidth = 4;
   static void Store(float* p, __m128 v) { _mm_stream_ps(p, v); }
 };
+
+// Sixteen bytes of integer lanes with a non-temporal store, to a 16-byte-aligned address.
+inline void StreamBytes(void* p, __m128i v) { _mm_stream_si128(static_cast<__m128i*>(p), v); }
 
 inline void StreamFence() { _mm_sfence(); }
 

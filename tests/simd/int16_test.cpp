@@ -51,6 +51,18 @@ TEST(IntLanes, PackSat16uClampsEveryLane) {
   }
 }
 
+// Lanes already within 0..65535 pack as the saturating pack packs them.
+TEST(IntLanes, Pack16uInRangeMatchesPackSat16u) {
+  const int32_t in[8] = {0, 1, 32767, 32768, 32769, 65534, 65535, 12345};
+  for (int shift = 0; shift < 8; ++shift) {
+    int32_t lanes[8];
+    for (int k = 0; k < 8; ++k) lanes[k] = in[(k + shift) % 8];
+    const __m128i lo = _mm_loadu_si128(reinterpret_cast<const __m128i*>(lanes));
+    const __m128i hi = _mm_loadu_si128(reinterpret_cast<const __m128i*>(lanes + 4));
+    EXPECT_EQ(Lanes16(PackSat16u(lo, hi)), Lanes16(Pack16uInRange(lo, hi)));
+  }
+}
+
 // 8u and 16u widen with zeros, 16s with its sign; the float forms are the same integers.
 TEST(IntLanes, Widening) {
   const uint16_t words[8] = {0, 1, 0x7F, 0x80, 0x7FFF, 0x8000, 0xFFFE, 0xFFFF};

@@ -1,0 +1,92 @@
+// ITK's ResampleImageFilter over caller buffers (imported, not copied), or a stub reporting
+// its absence when the benchmark is built without ITK.
+#include "itk_resize.h"
+
+#if defined(VTQR_BENCH_ITK)
+
+#include <chrono>
+#include <cstdint>
+
+#include "itkImage.h"
+#include "itkImportImageFilter.h"
+#include "itkLinearInterpolateImageFunction.h"
+#include "itkNearestNeighborInterpolateImageFunction.h"
+#include "itkResampleImageFilter.h"
+
+namespace vtqr::bench {
+namespace {
+
+template <class Pixel>
+double Resample(const Pixel* src, int side, double factor, int dstSide, bool linear, Pixel* dst) {
+  using Image = itk::Image<Pixel, 3>;
+  using Import = itk::ImportImageFilter<Pixel, 3>;
+  typename Import::Pointer import = Import::New();
+  typename Import::SizeType size;
+  size.Fill(static_cast<itk::SizeValueType>(side));
+  typename Import::IndexType start;
+  start.Fill(0);
+  import->SetRegion(typename Import::RegionType(start, size));
+  import->SetImportPointer(const_cast<Pixel*>(src), static_cast<size_t>(side) * side * side, false);
+  import->Update();
+
+  using Filter = itk::ResampleImageFilter<Image, Image, double>;
+  typename Filter::Pointer filter = Filter::New();
+  filter->SetInput(import->GetOutput());
+  if (linear) {
+    filter->SetInterpolator(itk::LinearInterpolateImageFunction<Image, double>::New());
+  } else {
+    filter->SetInterpolator(itk::NearestNeighborInterpolateImageFunction<Image, double>::New());
+  }
+  typename Image::SizeType outSize;
+  outSize.Fill(static_cast<itk::SizeValueType>(dstSide));
+  typename Image::SpacingType spacing;
+  spacing.Fill(1.0 / factor);
+  typename Image::PointType origin;
+  origin.Fill(0.0);
+  filter->SetSize(outSize);
+  filter->SetOutputSpacing(spacing);
+  filter->SetOutputOrigin(origin);
+  filter->SetDefaultPixelValue(0);
+  filter->SetNumberOfWorkUnits(1);
+  filter->GetMultiThreader()->SetMaximumNumberOfThreads(1);
+  filter->GetOutput()->GetPixelContainer()->SetImportPointer(
+      dst, static_cast<size_t>(dstSide) * dstSide * dstSide, false);
+
+  const auto begin = std::chrono::steady_clock::now();
+  filter->Update();
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+}
+
+}  // namespace
+
+bool ItkBuiltIn() { return true; }
+
+double ItkResize(ItkPixel pixel, const void* src, int side, double factor, int dstSide, bool linear,
+                 void* dst) {
+  itk::MultiThreaderBase::SetGlobalDefaultNumberOfThreads(1);
+  switch (pixel) {
+    case ItkPixel::k8u:
+      return Resample(static_cast<const uint8_t*>(src), side, factor, dstSide, linear,
+                      static_cast<uint8_t*>(dst));
+    case ItkPixel::k16u:
+      return Resample(static_cast<const uint16_t*>(src), side, factor, dstSide, linear,
+                      static_cast<uint16_t*>(dst));
+    default:
+      return Resample(static_cast<const float*>(src), side, factor, dstSide, linear,
+                      static_cast<float*>(dst));
+  }
+}
+
+}  // namespace vtqr::bench
+
+#else
+
+namespace vtqr::bench {
+
+bool ItkBuiltIn() { return false; }
+
+double ItkResize(ItkPixel, const void*, int, double, int, bool, void*) { return -1.0; }
+
+}  // namespace vtqr::bench
+
+#endif

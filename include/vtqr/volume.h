@@ -1,0 +1,206 @@
+/* vtqr: resampling of single-channel volumes. */
+#ifndef VTQR_VOLUME_H
+#define VTQR_VOLUME_H
+
+#include "types.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Volumes and regions -------------------------------------------------------------------------
+ *
+ * A volume is addressed by voxel coordinates (x, y, z), x fastest. Two layouts:
+ *  - V  (one block): voxel (x, y, z) lies at  pBase + z*planeStep + y*rowStep + x*sizeof(T);
+ *  - PV (slice pointers): an array of one pointer per slice, and voxel (x, y, z) lies at
+ *       pSlices[z] + y*rowStep + x*sizeof(T).
+ * Steps are in bytes, signed 32-bit, and are not checked: negative steps (a volume stored
+ * bottom-up or back-to-front, addressed from its last row or plane) work, and every voxel
+ * address is formed in 64-bit pointer arithmetic, so volumes beyond 4 GiB (a 1024^3 32f
+ * volume) are fine. Each row must start on a multiple of the element size. The slice pointers
+ * inside a PV array are not checked either.
+ *
+ * Voxel coordinates are positions: voxel i of an axis has its centre at coordinate i. A region
+ * of interest (VOI) is a VtqCuboid in the voxel coordinates of its volume. */
+
+typedef struct VtqVolumeSize {
+  int32_t width;  /* voxels along x */
+  int32_t height; /* voxels along y */
+  int32_t depth;  /* voxels along z */
+} VtqVolumeSize;
+
+typedef struct VtqCuboid {
+  int32_t x, y, z;              /* origin, in voxels */
+  int32_t width, height, depth; /* extents, in voxels */
+} VtqCuboid;
+
+/* Interpolation codes. The cubic codes use four taps per axis at the positions i-1, i, i+1,
+ * i+2 around a position s = i + t (i = floor(s), 0 <= t < 1), with the weights
+ * K(1+t), K(t), K(1-t), K(2-t) of their kernel K(d) (d >= 0, K = 0 for d >= 2):
+ *   Lagrange:  K(d) = (d-1)(d-2)(d+1)/2 for d < 1, -(d-1)(d-2)(d-3)/6 for 1 <= d < 2, the
+ *              cubic through the four taps;
+ *   the family of Mitchell and Netravali with parameters B and C:
+ *              K(d) = ((12-9B-6C)d^3 + (-18+12B+6C)d^2 + (6-2B)) / 6 for d < 1,
+ *              K(d) = ((-B-6C)d^3 + (6B+30C)d^2 + (-12B-48C)d + (8B+24C)) / 6 for 1 <= d < 2;
+ *              B-spline (B = 1, C = 0), Catmull-Rom (B = 0, C = 0.5), and B = 0.5, C = 0.3.
+ * Nearest, trilinear, Lagrange and Catmull-Rom pass through the voxel values (a position on a
+ * voxel centre gives that voxel); the B-spline and the (0.5, 0.3) cubic smooth, and do not.
+ * Lagrange, Catmull-Rom and (0.5, 0.3) can overshoot the range of their taps. */
+enum VtqInterpolation {
+  vtqInterNearest = 1,
+  vtqInterLinear = 2,
+  vtqInterCubicLagrange = 4,
+  vtqInterCubicBSpline = 5,
+  vtqInterCubicCatmullRom = 6,
+  vtqInterCubicB05C03 = 7
+};
+
+/* Resize ------------------------------------------------------------------------------------
+ *
+ * Scales the source VOI by xFactor, yFactor, zFactor with a shift per axis. The forward map
+ * takes source coordinate u to destination coordinate u*factor + shift; each destination voxel
+ * d is computed at the source position
+ *     s = d * (1/factor) + (-shift/factor)
+ * (both terms in double precision, rounded as written): the inverse of the forward map,
+ * applied to destination indices as voxel centres. vtqrGetResizeCuboid and the destination
+ * region below apply the same forward map to the VOI's faces, so a VOI whose origin maps onto
+ * a whole voxel starts its region on the voxel that samples exactly that origin.
+ *
+ * Shared checks of the resize functions, in this order (the first failure is returned and
+ * nothing is written):
+ *  1. pSrc, pDst or pBuffer null: vtqStsErrNullPtr;
+ *  2. srcVolume width, height or depth below 1, or a srcVOI or dstVOI origin coordinate below
+ *     0 or extent below 1: vtqStsErrSize;
+ *  3. a factor that is not a positive number (<= 0, or NaN): vtqStsErrResizeFactor;
+ *  4. interpolation not one of the VtqInterpolation codes: vtqStsErrInterpolation;
+ *  5. srcVOI origin outside srcVolume (x >= width, y >= height or z >= depth):
+ *     vtqStsWarnVoiOutside, nothing written;
+ *  6. an empty destination region (below): vtqStsWarnNoOperation, nothing written.
+ *
+ * Geometry: the source VOI is trimmed to the volume (width = min(srcVOI.width,
+ * srcVolume.width - srcVOI.x), likewise height and depth); only voxels of the trimmed VOI are
+ * ever read. Per axis, with o the VOI origin and e its trimmed extent, the destination region
+ *     start = trunc(max(o*factor + shift, dstOrigin) + 0.4999999999),
+ *     end   = trunc(min((o + e)*factor + shift, dstOrigin + dstExtent) + 0.5000000001)
+ * is written, [start, end) on each axis, and no other destination voxel. A region with
+ * start >= end on any axis (also when a shift is infinite or NaN) is empty.
+ *
+ * Positions beyond the trimmed VOI replicate its edge voxels: every tap index is clamped to
+ * the VOI per axis. A position further than two voxels out (one, past the upper edge) is moved
+ * to that distance first, where every tap already reads the edge voxel; this keeps index
+ * arithmetic in range for any factor and shift and changes only the weights of equal taps.
+ *
+ * Interpolation, per axis, at the position s:
+ *  - nearest: the voxel ceil(s - 0.5), clamped to the VOI: the nearest voxel centre, a
+ *    position exactly halfway taking the lower voxel (as the start of the region rounds), so
+ *    that enlarging by 2 repeats every voxel exactly twice. The voxel's value is copied.
+ *  - trilinear: i = floor(s), w = (float)(s - i), taps i and i+1; two values combine as
+ *    r0*(1 - w) + r1*w in single precision.
+ *  - cubic (4 to 7): i = floor(s), t = s - i; the four weights of the code (see above) are
+ *    computed in double and rounded to float; four values combine in single precision as
+ *    (w0*r0 + w1*r1) + (w2*r2 + w3*r3).
+ * The passes run along x, then y, then z: each source row is resampled along x, rows are
+ * combined along y into resampled slices, slices along z into the destination. Sums and
+ * products are single-precision operations in exactly this order, never fused.
+ *
+ * Storing: 32f stores the float. 8u and 16u clamp it to [0, 255] or [0, 65535] and round to
+ * the nearest integer, halves to even (in the processor's default rounding mode).
+ *
+ * Results are bit-identical whatever the thread count, the code path, the alignment of the
+ * arrays and the layout (V or PV) of the same data, and a destination resized in parts (one
+ * call per dstVOI, the same source and parameters) equals one call over all of it.
+ * Destination regions of 16 MiB and more are written with non-temporal stores (same values;
+ * they bypass the caches).
+ *
+ * Threads: when ownGetNumThreads() is above 1, the destination region's slices are divided
+ * into contiguous runs, as even as possible, one per thread of one OpenMP parallel region of
+ * ownGetNumThreads() threads (the later threads taking one slice more when the count does not
+ * divide evenly); each thread uses its own part of pBuffer. Called from inside a parallel
+ * region, the function runs on the calling thread alone.
+ *
+ * Work buffer: pBuffer holds at least the bytes vtqrResizeGetBufSize gives for the same dstVOI
+ * and interpolation at the same ownGetNumThreads(); it may have any alignment. The functions
+ * allocate nothing. Source and destination must not overlap. */
+
+/* Size of the work buffer, in bytes. With W, H, D the dstVOI width, height and depth,
+ * al16(n) = (n+15) & ~15, al64(n) = (n+63) & ~63, the per-thread size is
+ *   nearest:   ((W+15)/16 + (H+15)/16 + (D+15)/16)*64 + 64;
+ *   trilinear: ((8(W+H)+127) & ~63)*4 + ((2W+127) & ~63)*4 + A + 2H*al64(W)*4 + 64;
+ *   cubic:     ((128(W+H)+255) & ~63)*4 + ((16D+1020) & ~255) + ((4H+255)/64)*256 + 8R + A
+ *              + 16H*al64(W) + 64, with R = (4W+255) & ~63;
+ * A = (al16(W) + al16(H) + al16(D) + al64(W) + al64(H) + al64(D))*4, and the value written is
+ * the per-thread size times ownGetNumThreads(). The arithmetic is signed 32-bit and wraps
+ * without notice. The sizes grow with the area of a destination slice (16*H*W*T bytes for the
+ * cubic codes, 8*H*W*T for trilinear), so slices of tens of millions of voxels make the value
+ * meaningless (negative, or too small): resize such volumes in bands of fewer rows, a dstVOI
+ * of smaller height per call, which gives the same voxels as one call.
+ * The size depends only on dstVOI, interpolation and the thread count; srcVOI is checked but
+ * plays no part.
+ * Checks, in order: pSize, srcVOI or dstVOI null: vtqStsErrNullPtr; an origin coordinate of
+ * either cuboid below 0 or an extent below 1: vtqStsErrSize; nChannel other than 1:
+ * vtqStsErrChannels; interpolation not a VtqInterpolation code: vtqStsErrInterpolation. On
+ * success writes *pSize and returns vtqStsOk; on failure writes nothing. */
+VTQR_API VtqStatus vtqrResizeGetBufSize(const VtqCuboid* srcVOI, const VtqCuboid* dstVOI,
+                                        int nChannel, int interpolation, int* pSize);
+
+/* The destination cuboid a resize maps the source cuboid to, without a destination VOI to
+ * clip it: per axis, with o and e the srcVOI origin and extent,
+ *     start = trunc(o*factor + shift + 0.4999999999),
+ *     end   = trunc((o + e)*factor + shift + 0.5000000001),
+ * both in double and clamped to [0, 2^31 - 1]. A mapped edge exactly on a half rounds down at
+ * the start and up at the end; factor 1 with shift 0 gives the source cuboid back.
+ * Checks, in order: pDstCuboid or srcVOI null: vtqStsErrNullPtr; a srcVOI origin coordinate
+ * below 0 or an extent below 1: vtqStsErrSize; a factor not positive (<= 0 or NaN):
+ * vtqStsErrResizeFactor; interpolation not a VtqInterpolation code (it plays no other part):
+ * vtqStsErrInterpolation. If start >= end on any axis (also for an infinite or NaN shift) the
+ * function returns vtqStsWarnNoOperation and leaves *pDstCuboid untouched; otherwise it writes
+ * (start x, y, z, end - start along x, y, z) and returns vtqStsOk. */
+VTQR_API VtqStatus vtqrGetResizeCuboid(const VtqCuboid* srcVOI, VtqCuboid* pDstCuboid,
+                                       double xFactor, double yFactor, double zFactor,
+                                       double xShift, double yShift, double zShift,
+                                       int interpolation);
+
+/* Resize of a V volume (one block with row and plane steps). See the shared description and
+ * checks above. */
+VTQR_API VtqStatus vtqrResize_8u_C1V(const Vtq8u* pSrc, VtqVolumeSize srcVolume, int srcStep,
+                                     int srcPlaneStep, VtqCuboid srcVOI, Vtq8u* pDst, int dstStep,
+                                     int dstPlaneStep, VtqCuboid dstVOI, double xFactor,
+                                     double yFactor, double zFactor, double xShift, double yShift,
+                                     double zShift, int interpolation, Vtq8u* pBuffer);
+VTQR_API VtqStatus vtqrResize_16u_C1V(const Vtq16u* pSrc, VtqVolumeSize srcVolume, int srcStep,
+                                      int srcPlaneStep, VtqCuboid srcVOI, Vtq16u* pDst, int dstStep,
+                                      int dstPlaneStep, VtqCuboid dstVOI, double xFactor,
+                                      double yFactor, double zFactor, double xShift, double yShift,
+                                      double zShift, int interpolation, Vtq8u* pBuffer);
+VTQR_API VtqStatus vtqrResize_32f_C1V(const Vtq32f* pSrc, VtqVolumeSize srcVolume, int srcStep,
+                                      int srcPlaneStep, VtqCuboid srcVOI, Vtq32f* pDst, int dstStep,
+                                      int dstPlaneStep, VtqCuboid dstVOI, double xFactor,
+                                      double yFactor, double zFactor, double xShift, double yShift,
+                                      double zShift, int interpolation, Vtq8u* pBuffer);
+
+/* Resize of a PV volume (arrays of slice pointers with a row step): pSrc holds at least
+ * srcVOI.z + (trimmed depth) pointers, pDst at least the region's end z; only the slices of
+ * the source VOI and of the destination region are read. From C, declare the source array as
+ * `const Vtq8u* slices[n]` to pass it without a cast. See the shared description and checks
+ * above; only the arrays themselves are tested for null. */
+VTQR_API VtqStatus vtqrResize_8u_C1PV(const Vtq8u* const* pSrc, VtqVolumeSize srcVolume,
+                                      int srcStep, VtqCuboid srcVOI, Vtq8u* const* pDst,
+                                      int dstStep, VtqCuboid dstVOI, double xFactor, double yFactor,
+                                      double zFactor, double xShift, double yShift, double zShift,
+                                      int interpolation, Vtq8u* pBuffer);
+VTQR_API VtqStatus vtqrResize_16u_C1PV(const Vtq16u* const* pSrc, VtqVolumeSize srcVolume,
+                                       int srcStep, VtqCuboid srcVOI, Vtq16u* const* pDst,
+                                       int dstStep, VtqCuboid dstVOI, double xFactor,
+                                       double yFactor, double zFactor, double xShift, double yShift,
+                                       double zShift, int interpolation, Vtq8u* pBuffer);
+VTQR_API VtqStatus vtqrResize_32f_C1PV(const Vtq32f* const* pSrc, VtqVolumeSize srcVolume,
+                                       int srcStep, VtqCuboid srcVOI, Vtq32f* const* pDst,
+                                       int dstStep, VtqCuboid dstVOI, double xFactor,
+                                       double yFactor, double zFactor, double xShift, double yShift,
+                                       double zShift, int interpolation, Vtq8u* pBuffer);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* VTQR_VOLUME_H */

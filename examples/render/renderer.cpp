@@ -22,7 +22,7 @@ constexpr int kBlockPixels = 8;
 // Display transform: an exposure that puts a lit mid-grey surface at mid-grey, a filmic curve
 // (a fit of the usual film response) that rolls highlights off instead of clipping them, then
 // the sRGB encoding.
-constexpr float kExposure = 0.45f;
+constexpr float kExposure = 0.4f;
 
 float Filmic(float x) {
   x = std::max(0.0f, kExposure * x);

@@ -139,7 +139,7 @@ bool BuildScene(Mesh model, Scene* scene, std::string* error) {
     squared += sun[k] * sun[k];
   }
   for (int k = 0; k < 3; ++k) {
-    scene->lightColour[k] = 1.6f * squared * lightColour[k];
+    scene->lightColour[k] = 1.5f * squared * lightColour[k];
     sun[k] /= std::sqrt(squared);
   }
   scene->sky = std::make_unique<Sky>(sun);

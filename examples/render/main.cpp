@@ -108,16 +108,16 @@ int main(int argc, char** argv) {
   std::printf("build      records and box %.3f s, KD-tree %.3f s (%.1f MB), normals %.3f s\n",
               model.recordSeconds, model.treeSeconds, model.treeBytes() / 1048576.0,
               model.normalSeconds);
-  std::printf("render     %d x %d pixels, %d x %d rays a pixel: %.3f s\n", o.width, o.height,
-              o.samples, o.samples, stats.seconds);
-  std::printf("rays       (time in the intersection functions, summed over threads)\n");
+  std::printf("render     %d x %d pixels, %d x %d rays a pixel: %.3f s (processor time %.3f s)\n",
+              o.width, o.height, o.samples, o.samples, stats.seconds, stats.cpuSeconds);
+  std::printf("rays       (rates over the processor time spent in the intersection functions)\n");
   PrintRays("eye", stats.eye);
   PrintRays("shadow", stats.shadow);
   PrintRays("reflection", stats.reflection);
   PrintRays("occlusion", stats.occlusion);
   const double all = static_cast<double>(stats.eye.rays + stats.shadow.rays +
                                          stats.reflection.rays + stats.occlusion.rays);
-  std::printf("           %-11s %7.2f M rays  %7.2f Mrays/s for the whole frame\n", "all",
+  std::printf("           %-11s %7.2f M rays  %7.2f Mrays/s over the frame's wall time\n", "all",
               all * 1e-6, all * 1e-6 / stats.seconds);
   std::printf("image      %s\n", o.output.c_str());
   return 0;

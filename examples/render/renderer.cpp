@@ -9,6 +9,7 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <ctime>
 
 #include "shading.h"
 
@@ -123,6 +124,7 @@ Image Render(const Scene& scene, const Camera& camera, const RenderSettings& set
   std::vector<RayCounters> counters(static_cast<size_t>(settings.threads));
   std::atomic<int> done{0};
   const auto start = std::chrono::steady_clock::now();
+  const std::clock_t cpuStart = std::clock();
   {
     Progress progress(settings.progress, blocks);
 #pragma omp parallel num_threads(settings.threads)
@@ -154,6 +156,7 @@ Image Render(const Scene& scene, const Camera& camera, const RenderSettings& set
     }
   }
   stats->seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  stats->cpuSeconds = static_cast<double>(std::clock() - cpuStart) / CLOCKS_PER_SEC;
   stats->eye = stats->shadow = stats->reflection = stats->occlusion = RayCount();
   for (const RayCounters& c : counters) {
     for (auto [total, part] : {std::pair{&stats->eye, &c.eye},

@@ -22,15 +22,16 @@ struct RenderSettings {
   bool progress = false;  // a progress line on stderr once the frame takes over a second
 };
 
-// Rays of one kind: how many were cast, and the time spent in the library's intersection
-// functions on them, summed over threads.
+// Rays of one kind: how many were cast, and the processor time the library's intersection
+// functions spent on them, summed over threads.
 struct RayCount {
   int64_t rays = 0;
   double seconds = 0;
 };
 
 struct RenderStats {
-  double seconds = 0;  // the whole frame, wall time
+  double seconds = 0;     // the whole frame, wall time
+  double cpuSeconds = 0;  // the whole frame, processor time of all threads
   RayCount eye, shadow, reflection, occlusion;
 };
 

@@ -90,25 +90,13 @@ struct Surface {
 };
 
 // Rays that probe the hemisphere above each hit point for nearby geometry, which shades the
-// sky's light (ambient occlusion).
+// sky's light (ambient occlusion). rays.tri serves the rays that leave the floor: 0 before
+// casting, the triangle hit after it, -1 for the other rays.
 struct Occlusion {
-  explicit Occlusion(PlanePool& pool)
-      : dist(pool.Floats()),
-        floorCast(pool.Ints()),
-        modelCast(pool.Ints()),
-        object(pool.Ints()),
-        open(pool.Floats()) {
-    pool.Floats3(dir);
-    hit[0] = pool.Floats();
-    hit[1] = pool.Floats();
-  }
-  float* dir[3];
-  float* dist;
-  float* hit[2];
-  int32_t* floorCast;  // 0 for rays leaving the floor, else -1; the triangle hit after casting
+  explicit Occlusion(PlanePool& pool) : rays(pool), modelCast(pool.Ints()), open(pool.Floats()) {}
+  Rays rays;
   int32_t* modelCast;  // the same for rays leaving the model
-  int32_t* object;
-  float* open;  // the share of a point's rays that found nothing
+  float* open;         // the share of a point's rays that found nothing
 };
 
 }  // namespace render

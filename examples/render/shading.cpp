@@ -129,6 +129,23 @@ void AddSkyAndHaze(const Scene& scene, const Rays& rays, const int32_t* cast, in
   }
 }
 
+// Casts rays that leave the hit points of `from`: a ray leaving the floor (rays.tri 0) can
+// only meet the model, one leaving the model (modelCast 0) meets either object, through the
+// multi-object query; other rays have -1 in both and are skipped. Afterwards rays.tri and
+// modelCast hold the triangles hit (-1: none), and rays.object the object each of the model's
+// rays hit.
+void CastFromSurfaces(const Scene& scene, const Surface& from, Rays& rays, int32_t* modelCast,
+                      const Block& block, int count, RayCount& counter) {
+  const Stopwatch watch;
+  vtqrIntersectMultipleSO_32f(from.point, rays.dir, rays.dist, rays.hit, rays.tri,
+                              scene.model.context(), block.size);
+  const VtqrIntersectContext* const objects[2] = {scene.model.context(), scene.ground.context()};
+  vtqrIntersectMO_32f(from.point, rays.dir, rays.dist, rays.hit, modelCast, rays.object, objects,
+                      nullptr, 2, block.size);
+  counter.seconds += watch.Seconds();
+  counter.rays += count;
+}
+
 // Two numbers in [0, 1) from a pixel's position: the same whichever thread renders it.
 void PixelRandom(uint64_t x, uint64_t y, float* u, float* v) {
   uint64_t h = (y << 32 | x) * 0x9E3779B97F4A7C15ull + 1;
@@ -177,7 +194,6 @@ void OccludeAmbient(const Scene& scene, int count, int samples, const Rays& rays
   const int n = block.rays();
   const int hits = CountLive(rays.tri, n);
   std::fill_n(o.open, n, 0.0f);
-  const VtqrIntersectContext* const objects[2] = {scene.model.context(), scene.ground.context()};
   for (int k = 0; k < count; ++k) {
     for (int i = 0; i < n; ++i) {
       float d[3] = {0, 0, 0};
@@ -193,20 +209,14 @@ void OccludeAmbient(const Scene& scene, int count, int samples, const Rays& rays
         const float normal[3] = {s.normal[0][i], s.normal[1][i], s.normal[2][i]};
         HemisphereDirection(normal, u, v, d);
       }
-      for (int c = 0; c < 3; ++c) o.dir[c][i] = d[c];
-      o.dist[i] = kOcclusionReach;
-      o.floorCast[i] = rays.object[i] == 1 ? 0 : -1;
+      for (int c = 0; c < 3; ++c) o.rays.dir[c][i] = d[c];
+      o.rays.dist[i] = kOcclusionReach;
+      o.rays.tri[i] = rays.object[i] == 1 ? 0 : -1;
       o.modelCast[i] = rays.object[i] == 0 ? 0 : -1;
     }
-    const Stopwatch watch;
-    vtqrIntersectMultipleSO_32f(s.point, o.dir, o.dist, o.hit, o.floorCast, scene.model.context(),
-                                block.size);
-    vtqrIntersectMO_32f(s.point, o.dir, o.dist, o.hit, o.modelCast, o.object, objects, nullptr, 2,
-                        block.size);
-    counters.occlusion.seconds += watch.Seconds();
-    counters.occlusion.rays += hits;
+    CastFromSurfaces(scene, s, o.rays, o.modelCast, block, hits, counters.occlusion);
     for (int i = 0; i < n; ++i) {
-      if (rays.tri[i] >= 0 && o.floorCast[i] < 0 && o.modelCast[i] < 0) o.open[i] += 1.0f;
+      if (rays.tri[i] >= 0 && o.rays.tri[i] < 0 && o.modelCast[i] < 0) o.open[i] += 1.0f;
     }
   }
   // Occluders are lit too and pass some light on: they take away only most of the sky's.
@@ -328,14 +338,7 @@ void AddReflections(const Scene& scene, const RenderSettings& settings, const Ra
   }
 
   vtqrCastReflectionRay_32f(eye.dir, bounce.cast, s.normal, rays.dir, n);
-  const Stopwatch watch;
-  vtqrIntersectMultipleSO_32f(s.point, rays.dir, rays.dist, rays.hit, rays.tri,
-                              scene.model.context(), block.size);
-  const VtqrIntersectContext* const objects[2] = {scene.model.context(), scene.ground.context()};
-  vtqrIntersectMO_32f(s.point, rays.dir, rays.dist, rays.hit, bounce.modelCast, rays.object,
-                      objects, nullptr, 2, block.size);
-  counters.reflection.seconds += watch.Seconds();
-  counters.reflection.rays += reflectionRays;
+  CastFromSurfaces(scene, s, rays, bounce.modelCast, block, reflectionRays, counters.reflection);
   for (int i = 0; i < n; ++i) {
     if (eye.object[i] == 0 && bounce.cast[i] >= 0) {
       rays.tri[i] = bounce.modelCast[i];

@@ -99,6 +99,28 @@ struct Occlusion {
   float* open;         // the share of a point's rays that found nothing
 };
 
+// The reflection bounce: the reflection rays, the shading of what they hit, and the weights
+// that blend it in.
+struct Bounce {
+  explicit Bounce(PlanePool& pool)
+      : rays(pool),
+        surface(pool),
+        cast(pool.Ints()),
+        modelCast(pool.Ints()),
+        weight(pool.Floats()),
+        keep(pool.Floats()),
+        length(pool.Floats()),
+        live(pool.Ints()) {}
+  Rays rays;
+  Surface surface;
+  int32_t* cast;       // the eye ray's triangle where a reflection ray is cast, else -1
+  int32_t* modelCast;  // the same, for reflection rays leaving the model
+  float* weight;       // Fresnel weight of the reflection
+  float* keep;         // 1 - weight: what remains of the surface's own colour
+  float* length;       // squared length of the eye ray's direction
+  int32_t* live;       // zeros: every ray live
+};
+
 }  // namespace render
 
 #endif  // VTQR_EXAMPLES_RENDER_BLOCK_ARRAYS_H_

@@ -24,6 +24,9 @@ struct RayCounters {
   RayCount eye, shadow, reflection, occlusion;
 };
 
+// How many rays of a mask are live.
+int CountLive(const int32_t* mask, int n);
+
 // Eye rays of the block and their nearest hits over the model and the ground.
 void CastEyeRays(const Scene& scene, const Camera& camera, const ImagePlane& plane,
                  const Block& block, Rays& rays, RayCounters& counters);
@@ -38,28 +41,26 @@ void ShadeHits(const Scene& scene, const RenderSettings& settings, const Rays& r
                const float* origin, const float* const origins[3], const int32_t* cast,
                const Block& block, Surface& surface, Occlusion* occlusion, RayCounters& counters);
 
+// Casts rays that leave the hit points of `from`: a ray leaving the floor (rays.tri 0) can
+// only meet the model, one leaving the model (modelCast 0) meets either object, through the
+// multi-object query; other rays have -1 in both and are skipped. Afterwards rays.tri and
+// modelCast hold the triangles hit (-1: none), and rays.object the object each of the model's
+// rays hit.
+void CastFromSurfaces(const Scene& scene, const Surface& from, Rays& rays, int32_t* modelCast,
+                      const Block& block, int count, RayCount& counter);
+
+// Ambient occlusion: `count` rays from each hit point of `rays`, cosine-distributed over the
+// hemisphere the normal faces and about a sixth of the model's size long; the sky's light
+// in surface.ambient is scaled by the share of them that meet nothing (`samples`: samples a
+// pixel along each axis, so that a pixel's rays share one well-spread set of directions).
+void OccludeAmbient(const Scene& scene, int count, int samples, const Rays& rays,
+                    const Block& block, Surface& surface, Occlusion& occlusion,
+                    RayCounters& counters);
+
 // The mirror bounce: casts a reflection ray from every hit on a reflective material, shades
-// what it finds, and blends it into the eye rays' colours by the Fresnel weight. `reflected`
-// receives, per ray, the object the reflection ray hit (-1: none, or no reflection ray).
-struct Bounce {
-  explicit Bounce(PlanePool& pool)
-      : rays(pool),
-        surface(pool),
-        cast(pool.Ints()),
-        modelCast(pool.Ints()),
-        weight(pool.Floats()),
-        keep(pool.Floats()),
-        length(pool.Floats()),
-        live(pool.Ints()) {}
-  Rays rays;
-  Surface surface;
-  int32_t* cast;       // the eye ray's triangle where a reflection ray is cast, else -1
-  int32_t* modelCast;  // the same, for reflection rays leaving the model
-  float* weight;       // Fresnel weight of the reflection
-  float* keep;         // 1 - weight: what remains of the surface's own colour
-  float* length;       // squared length of the eye ray's direction
-  int32_t* live;       // zeros: every ray live
-};
+// what it finds, and blends it into the eye rays' colours by the Fresnel weight. Afterwards
+// bounce.rays.object holds the object each reflection ray hit (-1: none), for the rays whose
+// bounce.cast is not negative.
 void AddReflections(const Scene& scene, const RenderSettings& settings, const Rays& eye,
                     Surface& eyeSurface, const Block& block, Bounce& bounce, RayCounters& counters);
 

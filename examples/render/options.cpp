@@ -30,7 +30,8 @@ given, and writes a PNG.
   -h, --help             this text
 
 Positions are in scene units: the mesh is scaled to fit a sphere of radius 1 and stands on the
-floor y = 0, centred above the origin; the front looks towards +z.
+floor y = 0, centred above the origin; the front looks towards +z. On a terminal, a frame that
+takes over a second shows its progress; at the end the program reports where the time went.
 )";
 
 template <class T>

@@ -121,10 +121,44 @@ void ReadObj(std::string_view text, Mesh* mesh) {
 
 enum class PlyFormat { kAscii, kBinaryLittle, kBinaryBig };
 
+// The scalar types a property may have, under both of their names.
+enum class PlyType { kNone, kInt8, kUint8, kInt16, kUint16, kInt32, kUint32, kFloat32, kFloat64 };
+
+PlyType ParsePlyType(std::string_view name) {
+  static const struct {
+    const char* names[2];
+    PlyType type;
+  } kTypes[] = {
+      {{"char", "int8"}, PlyType::kInt8},        {{"uchar", "uint8"}, PlyType::kUint8},
+      {{"short", "int16"}, PlyType::kInt16},     {{"ushort", "uint16"}, PlyType::kUint16},
+      {{"int", "int32"}, PlyType::kInt32},       {{"uint", "uint32"}, PlyType::kUint32},
+      {{"float", "float32"}, PlyType::kFloat32}, {{"double", "float64"}, PlyType::kFloat64},
+  };
+  for (const auto& entry : kTypes) {
+    if (name == entry.names[0] || name == entry.names[1]) return entry.type;
+  }
+  return PlyType::kNone;
+}
+
+size_t PlyTypeSize(PlyType type) {
+  switch (type) {
+    case PlyType::kInt8:
+    case PlyType::kUint8:
+      return 1;
+    case PlyType::kInt16:
+    case PlyType::kUint16:
+      return 2;
+    case PlyType::kFloat64:
+      return 8;
+    default:
+      return 4;
+  }
+}
+
 struct PlyProperty {
   std::string name;
-  std::string type;       // the value's type; for a list, the type of its entries
-  std::string countType;  // empty unless the property is a list
+  PlyType type = PlyType::kNone;       // the value's type; for a list, its entries' type
+  PlyType countType = PlyType::kNone;  // the type of a list's length; kNone: not a list
 };
 
 struct PlyElement {
@@ -133,30 +167,19 @@ struct PlyElement {
   std::vector<PlyProperty> properties;
 };
 
-int PlyTypeSize(const std::string& type) {
-  if (type == "char" || type == "uchar" || type == "int8" || type == "uint8") return 1;
-  if (type == "short" || type == "ushort" || type == "int16" || type == "uint16") return 2;
-  if (type == "int" || type == "uint" || type == "int32" || type == "uint32" || type == "float" ||
-      type == "float32") {
-    return 4;
-  }
-  if (type == "double" || type == "float64") return 8;
-  return 0;
-}
-
 // Reads the values of the body one at a time, as text words or as binary numbers.
 class PlyCursor {
  public:
   PlyCursor(std::string_view body, PlyFormat format) : rest_(body), format_(format) {}
 
-  double Read(const std::string& type) {
+  double Read(PlyType type) {
     if (format_ == PlyFormat::kAscii) {
       double value = 0;
       const std::string_view word = NextAsciiWord();
       if (!ParseNumber(word, &value)) Fail("'" + std::string(word) + "' is not a number");
       return value;
     }
-    const size_t size = static_cast<size_t>(PlyTypeSize(type));
+    const size_t size = PlyTypeSize(type);
     if (rest_.size() < size) Fail("the file ends before its last element");
     unsigned char bytes[8];
     std::memcpy(bytes, rest_.data(), size);
@@ -185,15 +208,25 @@ class PlyCursor {
     return static_cast<double>(value);
   }
 
-  static double Decode(const unsigned char* bytes, const std::string& type) {
-    if (type == "char" || type == "int8") return As<int8_t>(bytes);
-    if (type == "uchar" || type == "uint8") return As<uint8_t>(bytes);
-    if (type == "short" || type == "int16") return As<int16_t>(bytes);
-    if (type == "ushort" || type == "uint16") return As<uint16_t>(bytes);
-    if (type == "int" || type == "int32") return As<int32_t>(bytes);
-    if (type == "uint" || type == "uint32") return As<uint32_t>(bytes);
-    if (type == "float" || type == "float32") return As<float>(bytes);
-    return As<double>(bytes);
+  static double Decode(const unsigned char* bytes, PlyType type) {
+    switch (type) {
+      case PlyType::kInt8:
+        return As<int8_t>(bytes);
+      case PlyType::kUint8:
+        return As<uint8_t>(bytes);
+      case PlyType::kInt16:
+        return As<int16_t>(bytes);
+      case PlyType::kUint16:
+        return As<uint16_t>(bytes);
+      case PlyType::kInt32:
+        return As<int32_t>(bytes);
+      case PlyType::kUint32:
+        return As<uint32_t>(bytes);
+      case PlyType::kFloat32:
+        return As<float>(bytes);
+      default:
+        return As<double>(bytes);
+    }
   }
 
   std::string_view rest_;
@@ -238,18 +271,20 @@ std::vector<PlyElement> ReadPlyHeader(std::string_view text, PlyFormat* format,
       elements.push_back(element);
     } else if (keyword == "property") {
       if (elements.empty()) Fail(where + "a property before any element");
+      // "property TYPE NAME" or "property list COUNTTYPE TYPE NAME".
+      auto typeOf = [&](std::string_view name) {
+        const PlyType type = ParsePlyType(name);
+        if (type == PlyType::kNone) Fail(where + "unknown type '" + std::string(name) + "'");
+        return type;
+      };
       PlyProperty property;
-      std::string_view type = NextWord(rest);
-      if (type == "list") {
-        property.countType = NextWord(rest);
-        type = NextWord(rest);
-        if (PlyTypeSize(property.countType) == 0) {
-          Fail(where + "unknown type '" + property.countType + "'");
-        }
+      std::string_view word = NextWord(rest);
+      if (word == "list") {
+        property.countType = typeOf(NextWord(rest));
+        word = NextWord(rest);
       }
-      property.type = type;
+      property.type = typeOf(word);
       property.name = NextWord(rest);
-      if (PlyTypeSize(property.type) == 0) Fail(where + "unknown type '" + property.type + "'");
       elements.back().properties.push_back(property);
     } else if (keyword != "comment" && keyword != "obj_info" && keyword != "ply") {
       Fail(where + "unknown keyword '" + std::string(keyword) + "'");
@@ -288,7 +323,7 @@ void ReadPly(std::string_view text, Mesh* mesh) {
     }
     if (isFace) {
       list = FindProperty(element, {"vertex_indices", "vertex_index"});
-      if (list < 0 || element.properties[list].countType.empty()) {
+      if (list < 0 || element.properties[list].countType == PlyType::kNone) {
         Fail("the face element has no vertex_indices list");
       }
       if (!verticesSeen) Fail("the faces come before the vertices");
@@ -298,7 +333,7 @@ void ReadPly(std::string_view text, Mesh* mesh) {
       for (size_t k = 0; k < element.properties.size(); ++k) {
         const PlyProperty& property = element.properties[k];
         const int at = static_cast<int>(k);
-        if (property.countType.empty()) {
+        if (property.countType == PlyType::kNone) {
           const double value = cursor.Read(property.type);
           for (int c = 0; c < 3; ++c) {
             if (at == xyz[c]) position[c] = static_cast<float>(value);

@@ -28,6 +28,11 @@ ImagePlane MakeImagePlane(const Camera& camera, int width, int height) {
   for (int c = 0; c < 3; ++c) forward[c] = camera.at[c] - camera.eye[c];
   Normalize(forward);
   Cross(forward, camera.up, right);
+  if (right[0] == 0.0f && right[1] == 0.0f && right[2] == 0.0f) {
+    // Looking along the up direction: any right-angled "up" will do; take the z axis.
+    const float z[3] = {0, 0, 1};
+    Cross(forward, z, right);
+  }
   Normalize(right);
   Cross(right, forward, up);
 

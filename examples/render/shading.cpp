@@ -94,7 +94,7 @@ void AddSkyAndHaze(const Scene& scene, const Rays& rays, const int32_t* cast, in
     if (rays.object[i] < 0) {
       scene.sky->Radiance(d[0] / length, d[1] / length, d[2] / length, sky);
       for (int c = 0; c < 3; ++c) s.colour[c][i] = sky[c];
-    } else if (rays.object[i] == 1) {
+    } else if (rays.object[i] == 1 && (d[0] != 0.0f || d[2] != 0.0f)) {
       const float flat = std::hypot(d[0], d[2]);
       scene.sky->Radiance(d[0] / flat, 0.0f, d[2] / flat, sky);
       const float haze =

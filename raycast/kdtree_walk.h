@@ -94,7 +94,8 @@ template <class L>
   // infinite or zero, so such a ray hits nothing. Leaving it out is invisible in the results
   // and spares a walk whose NaN stretch would visit every node of the tree.
   for (int axis = 0; axis < 3; ++axis) {
-    live &= LaneBits((Abs(ray.dir[axis]) <= kFloatMax) & (Abs(ray.org[axis]) <= kFloatMax));
+    live &= LaneBits(Abs(ray.dir[axis]) <= kFloatMax);
+    live &= LaneBits(Abs(ray.org[axis]) <= kFloatMax);
   }
   ray.tnear = 0.0f;
   ray.tfar = limit;

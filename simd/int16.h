@@ -58,9 +58,9 @@ inline void Store8x16(void* p, __m128i v) { _mm_storeu_si128(static_cast<__m128i
 // The pair (first, second) in every 32-bit lane: the second operand of MulAddPairs that weights
 // the even 16-bit lanes of the first by `first` and the odd ones by `second`.
 inline __m128i BroadcastPair(int16_t first, int16_t second) {
-  return _mm_set1_epi32(static_cast<int32_t>(static_cast<uint32_t>(static_cast<uint16_t>(first)) |
-                                             static_cast<uint32_t>(static_cast<uint16_t>(second))
-                                                 << 16));
+  return _mm_set1_epi32(
+      static_cast<int32_t>(static_cast<uint32_t>(static_cast<uint16_t>(first)) |
+                           static_cast<uint32_t>(static_cast<uint16_t>(second)) << 16));
 }
 
 // 32-bit lanes 0, 1 (Lo) or 2, 3 (Hi) of v as two 64-bit lanes, zero-extended.

@@ -118,8 +118,8 @@ VtqStatus FilterGetBufSize(const VtqVolumeSize* dstVolume, const VtqVolumeSize* 
   return vtqStsOk;
 }
 
-VtqStatus Filter_16s_C1PV(const Vtq16s* const* pSrc, int srcStep, Vtq16s* const* pDst,
-                          int dstStep, VtqVolumeSize dstVolume, const Vtq16s* pKernel,
+VtqStatus Filter_16s_C1PV(const Vtq16s* const* pSrc, int srcStep, Vtq16s* const* pDst, int dstStep,
+                          VtqVolumeSize dstVolume, const Vtq16s* pKernel,
                           VtqVolumeSize kernelVolume, VtqPoint3D anchor, int divisor,
                           Vtq8u* pBuffer) {
   using namespace volume;

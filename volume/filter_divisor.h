@@ -34,8 +34,8 @@ struct Divisor {
   explicit Divisor(int divisor)
       : powerOfTwo(false), negative(divisor < 0), shift(0), value(divisor) {
     // In unsigned arithmetic, so that INT_MIN = -2^31 is a power of two like the others.
-    const uint32_t magnitude =
-        negative ? 0u - static_cast<uint32_t>(divisor) : static_cast<uint32_t>(divisor);
+    const uint32_t magnitude = negative ? 0u - static_cast<uint32_t>(divisor)
+                                        : static_cast<uint32_t>(divisor);
     powerOfTwo = std::has_single_bit(magnitude);
     if (powerOfTwo) shift = std::countr_zero(magnitude);
   }
@@ -64,8 +64,8 @@ class ShiftRounding {
     const __m128i rounded = _mm_sub_epi32(floor, up);  // up is -1 where it rounds up
     // (r ^ -1) - (-1) = -r where the divisor is negative; r where it is not.
     const __m128i signed_ = _mm_sub_epi32(_mm_xor_si128(rounded, negate_), negate_);
-    const __m128i wrapped =
-        _mm_and_si128(_mm_cmpeq_epi32(signed_, _mm_set1_epi32(INT32_MIN)), negate_);
+    const __m128i wrapped = _mm_and_si128(_mm_cmpeq_epi32(signed_, _mm_set1_epi32(INT32_MIN)),
+                                          negate_);
     return _mm_add_epi32(signed_, wrapped);
   }
 

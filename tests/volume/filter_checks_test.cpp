@@ -49,7 +49,8 @@ TEST_P(FilterChecks, OrderAndNothingWrittenOnFailure) {
   src.Fill([](int x, int y, int z) { return Vtq16s(x + 3 * y - 7 * z); });
   const std::vector<Vtq16s> kernel(12, 2);
   int bytes = 0;
-  ASSERT_EQ(vtqStsOk, kDispatchTable.FilterGetBufSize[path()](&valid.dst, &valid.kernel, 1, &bytes));
+  ASSERT_EQ(vtqStsOk,
+            kDispatchTable.FilterGetBufSize[path()](&valid.dst, &valid.kernel, 1, &bytes));
   for (const auto& row : kCheckRows) {
     Call c;
     row.breakArgs(c);

@@ -72,12 +72,9 @@ class Block16s {
   int rowStep() const { return rowWords_ * 2; }
   // The slice pointers, indexed by z (negative z allowed where lo.z is).
   Vtq16s* const* slices() const { return slices_.data() - lo_.z; }
-  const Vtq16s* const* constSlices() const {
-    return const_cast<const Vtq16s* const*>(slices());
-  }
+  const Vtq16s* const* constSlices() const { return const_cast<const Vtq16s* const*>(slices()); }
   Vtq16s& at(int64_t x, int64_t y, int64_t z) const {
-    return reinterpret_cast<Vtq16s*>(reinterpret_cast<intptr_t>(slices()[z]) +
-                                     y * rowStep())[x];
+    return reinterpret_cast<Vtq16s*>(reinterpret_cast<intptr_t>(slices()[z]) + y * rowStep())[x];
   }
   template <class F>
   void Fill(F value) {
@@ -124,8 +121,8 @@ inline Vtq16s ReferenceRound(int64_t sum, int64_t divisor) {
   return static_cast<Vtq16s>(std::clamp<int64_t>(q, -32768, 32767));
 }
 
-inline int64_t ReferenceSum(const Block16s& src, const std::vector<Vtq16s>& kernel,
-                            VtqVolumeSize k, VtqPoint3D a, int64_t x, int64_t y, int64_t z) {
+inline int64_t ReferenceSum(const Block16s& src, const std::vector<Vtq16s>& kernel, VtqVolumeSize k,
+                            VtqPoint3D a, int64_t x, int64_t y, int64_t z) {
   int64_t sum = 0;
   for (int kz = 0; kz < k.depth; ++kz)
     for (int ky = 0; ky < k.height; ++ky)
@@ -138,19 +135,18 @@ inline int64_t ReferenceSum(const Block16s& src, const std::vector<Vtq16s>& kern
 
 // One filter call with a buffer of exactly the reported size, starting one byte past a cache
 // line; the bytes after it are poisoned and must keep their pattern.
-inline VtqStatus CallFilter(CodePath path, const Block16s& src, Block16s& dst,
-                            VtqVolumeSize size, const std::vector<Vtq16s>& kernel,
-                            VtqVolumeSize k, VtqPoint3D anchor, int divisor) {
+inline VtqStatus CallFilter(CodePath path, const Block16s& src, Block16s& dst, VtqVolumeSize size,
+                            const std::vector<Vtq16s>& kernel, VtqVolumeSize k, VtqPoint3D anchor,
+                            int divisor) {
   int bytes = 0;
   EXPECT_EQ(vtqStsOk, kDispatchTable.FilterGetBufSize[path](&size, &k, 1, &bytes));
   constexpr size_t kTail = 64;
   std::vector<Vtq8u> block(size_t(bytes) + 64 + kTail, 0xA5);
   Vtq8u* buffer = block.data() + (65 - reinterpret_cast<uintptr_t>(block.data()) % 64) % 64;
   VTQR_POISON(buffer + bytes, kTail);
-  const VtqStatus status =
-      kDispatchTable.Filter_16s_C1PV[path](src.constSlices(), src.rowStep(), dst.slices(),
-                                           dst.rowStep(), size, kernel.data(), k, anchor,
-                                           divisor, buffer);
+  const VtqStatus status = kDispatchTable.Filter_16s_C1PV[path](
+      src.constSlices(), src.rowStep(), dst.slices(), dst.rowStep(), size, kernel.data(), k, anchor,
+      divisor, buffer);
   VTQR_UNPOISON(buffer + bytes, kTail);
   EXPECT_EQ(ptrdiff_t(kTail), std::count(buffer + bytes, buffer + bytes + kTail, 0xA5))
       << "wrote past the reported buffer size";

@@ -95,8 +95,8 @@ TEST_P(Filter, MatchesTheExactReference) {
             const Vtq16s expected = ReferenceRound(sum, divisor);
             if (dst.at(x, y, z) != expected && ++mismatches <= 3) {
               ADD_FAILURE() << c.name << ", divisor " << divisor << ": voxel (" << x << ", " << y
-                            << ", " << z << ") sum " << sum << ": expected " << expected
-                            << ", got " << dst.at(x, y, z);
+                            << ", " << z << ") sum " << sum << ": expected " << expected << ", got "
+                            << dst.at(x, y, z);
             }
           }
       EXPECT_TRUE(dst.PaddingUntouched()) << c.name << ": wrote outside the destination";
@@ -118,8 +118,7 @@ TEST_P(Filter, TiesGoToTheEvenNeighbour) {
       const VtqVolumeSize size = {width, 1, 1};
       Block16s src = SourceFor(size, {1, 1, 1}, {0, 0, 0});
       // Sum n * |divisor| / 2 for n = -12 .. 12: quotient n / 2 times the divisor's sign.
-      src.Fill(
-          [&](int x, int, int) { return Vtq16s((x % 25 - 12) * std::abs(divisor) / 2); });
+      src.Fill([&](int x, int, int) { return Vtq16s((x % 25 - 12) * std::abs(divisor) / 2); });
       Block16s dst = DestinationFor(size);
       ASSERT_EQ(vtqStsOk, CallFilter(path(), src, dst, size, unit, {1, 1, 1}, {0, 0, 0}, divisor));
       for (int x = 0; x < width; ++x) {

@@ -40,17 +40,25 @@ void ForEachBlock(int64_t width, int64_t size, Block&& block) {
   }
 }
 
-// The 32-bit sums of row (y, z) into `sums`.
-void SumRow32(const FilterSource& src, int64_t width, int64_t y, int64_t z, int32_t* sums) {
-  if (width < Sums32::kOutputs) {
-    for (int64_t x = 0; x < width; ++x) sums[x] = static_cast<int32_t>(SumOne(src, x, y, z));
-    return;
-  }
-  ForEachBlock(width, Sums32::kOutputs, [&](int64_t x) {
-    Sums32 acc;
+// The 32-bit sums of row (y, z) into `sums`, 32 outputs at a time, or 8 in rows narrower than
+// 32; rows narrower than 8 are summed voxel by voxel.
+template <int kVectors>
+void SumBlocks32(const FilterSource& src, int64_t width, int64_t y, int64_t z, int32_t* sums) {
+  ForEachBlock(width, Sums32<kVectors>::kOutputs, [&](int64_t x) {
+    Sums32<kVectors> acc;
     SumBlock(src, x, y, z, acc);
     acc.Store(sums + x);
   });
+}
+
+void SumRow32(const FilterSource& src, int64_t width, int64_t y, int64_t z, int32_t* sums) {
+  if (width >= Sums32<4>::kOutputs) {
+    SumBlocks32<4>(src, width, y, z, sums);
+  } else if (width >= Sums32<1>::kOutputs) {
+    SumBlocks32<1>(src, width, y, z, sums);
+  } else {
+    for (int64_t x = 0; x < width; ++x) sums[x] = static_cast<int32_t>(SumOne(src, x, y, z));
+  }
 }
 
 // Rounded, saturated quotients of a row of 32-bit sums, eight voxels per store. Rows narrower

@@ -2,7 +2,7 @@
 // time, every kernel row in turn, with the accumulators kept in registers throughout.
 //
 // Two accumulators share the walk over the kernel. Sums32 keeps 32-bit lanes, exact when the
-// kernel's sums fit (SumsFit32), sixteen outputs at a time. Sums64 keeps 64-bit lanes for the
+// kernel's sums fit (SumsFit32), 32 or 8 outputs at a time. Sums64 keeps 64-bit lanes for the
 // other kernels, eight outputs at a time: each multiply-add result is moved into 0..2^32 - 2^16
 // by a bias and zero-extended, because a single product pair can reach 2^31 (both weights and
 // both voxels -32768), one past the 32-bit range; the biases come off at the end.
@@ -32,30 +32,34 @@ struct FilterSource {
   KernelGeometry geometry;
 };
 
-// Sixteen outputs in 32-bit lanes, by parity: even[i] holds outputs 8i, 8i+2, 8i+4, 8i+6.
+// 8 * kVectors outputs in 32-bit lanes, by parity: even[i] holds outputs 8i, 8i+2, 8i+4, 8i+6.
+// Rows take four vectors (32 outputs) where they are wide enough: four source loads per weight
+// pair then share the two weight registers, which with the eight accumulators fills 14 of the
+// 16 registers and spreads the per-row work over twice as many outputs as two vectors would.
+template <int kVectors>
 class Sums32 {
  public:
-  static constexpr int kOutputs = 16;
+  static constexpr int kOutputs = 8 * kVectors;
 
   Sums32() {
-    for (int i = 0; i < 2; ++i) even_[i] = odd_[i] = _mm_setzero_si128();
+    for (int i = 0; i < kVectors; ++i) even_[i] = odd_[i] = _mm_setzero_si128();
   }
   // The eight source words from s + 8i feed outputs 8i..8i+7 through one pair of weights.
   void Add(const Vtq16s* s, __m128i evenPair, __m128i oddPair) {
-    for (int i = 0; i < 2; ++i) {
+    for (int i = 0; i < kVectors; ++i) {
       const __m128i words = simd::Load8x16(s + 8 * i);
       even_[i] = _mm_add_epi32(even_[i], simd::MulAddPairs(words, evenPair));
       odd_[i] = _mm_add_epi32(odd_[i], simd::MulAddPairs(words, oddPair));
     }
   }
   void AddOdd(const Vtq16s* s, __m128i oddPair) {
-    for (int i = 0; i < 2; ++i) {
+    for (int i = 0; i < kVectors; ++i) {
       odd_[i] = _mm_add_epi32(odd_[i], simd::MulAddPairs(simd::Load8x16(s + 8 * i), oddPair));
     }
   }
-  // The sixteen sums in order.
+  // The sums in order.
   void Store(int32_t* out) const {
-    for (int i = 0; i < 2; ++i) {
+    for (int i = 0; i < kVectors; ++i) {
       _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 8 * i),
                        simd::InterleaveLo32(even_[i], odd_[i]));
       _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 8 * i + 4),
@@ -64,7 +68,7 @@ class Sums32 {
   }
 
  private:
-  __m128i even_[2], odd_[2];
+  __m128i even_[kVectors], odd_[kVectors];
 };
 
 // Eight outputs in 64-bit lanes: even[0] holds outputs 0 and 2, even[1] 4 and 6, odd[0] 1 and

@@ -33,7 +33,7 @@ const Case kCases[] = {
     {"3x3x3 centred", {33, 6, 4}, {3, 3, 3}, Anchor::kCentre, 40, 100, {27, 16, -2, 6}},
     {"4x3x2 high corner", {17, 4, 3}, {4, 3, 2}, Anchor::kHighCorner, 40, 100, {24, -8, 1, -5}},
     {"5x5x5 low corner", {16, 5, 5}, {5, 5, 5}, Anchor::kLowCorner, 40, 100, {125, 4, -3, 1 << 20}},
-    {"6x2x7 outside", {21, 3, 4}, {6, 2, 7}, Anchor::kOutside, 40, 100, {7, -2, 1, 64}},
+    {"6x2x7 outside", {45, 3, 4}, {6, 2, 7}, Anchor::kOutside, 40, 100, {7, -2, 1, 64}},
     {"7x7x7 centred", {15, 4, 3}, {7, 7, 7}, Anchor::kCentre, 20, 100, {343, 2, -7, INT32_MIN}},
     {"8x1x1 even width", {40, 2, 2}, {8, 1, 1}, Anchor::kCentre, 40, 300, {8, 5, -1, 3}},
     {"1x7x1 column", {9, 6, 3}, {1, 7, 1}, Anchor::kHighCorner, 40, 300, {7, 2, 1, -9}},

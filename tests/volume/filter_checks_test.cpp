@@ -42,7 +42,7 @@ const struct {
 };
 
 TEST_P(FilterChecks, OrderAndNothingWrittenOnFailure) {
-  FilterThreads one(1);
+  ThreadCount one(1);
   const Call valid;
   const VtqPoint3D a = {1, 1, 1};
   Block16s src = SourceFor(valid.dst, valid.kernel, a);
@@ -93,7 +93,7 @@ TEST_P(FilterChecks, BufferSizes) {
       {one, one, false, false, false, 0, vtqStsErrChannels, 0},
   };
   for (int threads : {1, 2}) {
-    FilterThreads count(threads);
+    ThreadCount count(threads);
     for (const auto& r : rows) {
       int size = -12345;
       EXPECT_EQ(r.status, kDispatchTable.FilterGetBufSize[path()](

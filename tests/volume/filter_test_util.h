@@ -8,15 +8,6 @@
 #ifndef VTQR_TESTS_VOLUME_FILTER_TEST_UTIL_H_
 #define VTQR_TESTS_VOLUME_FILTER_TEST_UTIL_H_
 
-#if defined(__SANITIZE_ADDRESS__)
-#include <sanitizer/asan_interface.h>
-#define VTQR_POISON(p, n) ASAN_POISON_MEMORY_REGION(p, n)
-#define VTQR_UNPOISON(p, n) ASAN_UNPOISON_MEMORY_REGION(p, n)
-#else
-#define VTQR_POISON(p, n) ((void)(p), (void)(n))
-#define VTQR_UNPOISON(p, n) ((void)(p), (void)(n))
-#endif
-
 #include <algorithm>
 #include <cstdint>
 #include <random>
@@ -29,12 +20,6 @@
 namespace vtqr::test {
 
 inline constexpr Vtq16s kUntouched16 = -23131;  // 0xA5A5
-
-class FilterThreads {
- public:
-  explicit FilterThreads(int count) { vtqSetNumThreads(count); }
-  ~FilterThreads() { vtqSetNumThreads(0); }
-};
 
 // Voxels (x, y, z) for x in [lo.x, hi.x], likewise y and z, addressed as the filter addresses
 // them: slices()[z] + y * rowStep() + x * 2 bytes, with negative coordinates where lo is

@@ -73,7 +73,7 @@ void FillSource(Block16s& src, int limit, uint32_t seed) {
 }
 
 TEST_P(Filter, MatchesTheExactReference) {
-  FilterThreads one(1);
+  ThreadCount one(1);
   uint32_t seed = 1;
   for (const Case& c : kCases) {
     const VtqPoint3D a = AnchorOf(c.anchor, c.kernel);
@@ -111,7 +111,7 @@ TEST_P(Filter, TiesGoToTheEvenNeighbour) {
   // n / 2 for n = -12 .. 12, rounded to nearest, halves to even.
   const int kNearestEven[25] = {-6, -6, -5, -4, -4, -4, -3, -2, -2, -2, -1, 0, 0,
                                 0,  1,  2,  2,  2,  3,  4,  4,  4,  5,  6,  6};
-  FilterThreads one(1);
+  ThreadCount one(1);
   const std::vector<Vtq16s> unit = {1};
   for (int divisor : {2, -2, 4, -4, 6, -6, 10, -10}) {
     for (int width : {25, 3}) {
@@ -142,11 +142,11 @@ TEST_P(Filter, TwoThreadsGiveTheSameBits) {
   for (int divisor : {16, 37}) {
     Block16s one = DestinationFor(size), two = DestinationFor(size);
     {
-      FilterThreads threads(1);
+      ThreadCount threads(1);
       ASSERT_EQ(vtqStsOk, CallFilter(path(), src, one, size, kernel, k, a, divisor));
     }
     {
-      FilterThreads threads(2);
+      ThreadCount threads(2);
       ASSERT_EQ(vtqStsOk, CallFilter(path(), src, two, size, kernel, k, a, divisor));
     }
     for (int z = 0; z < size.depth; ++z)

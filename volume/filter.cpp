@@ -90,7 +90,8 @@ void Rows32(const FilterJob& job, const Rounding& rounding, int64_t begin, int64
   }
 }
 
-// Kernels whose sums may leave 32 bits: 64-bit sums, rounded one by one.
+// Kernels whose sums may leave 32 bits: 64-bit sums, rounded one by one. They do not pass
+// through the row of 32-bit sums, so each block is rounded and stored as soon as it is summed.
 void Rows64(const FilterJob& job, int64_t begin, int64_t end) {
   for (int64_t row = begin; row < end; ++row) {
     const int64_t y = row % job.height, z = row / job.height;
@@ -114,6 +115,8 @@ void Rows64(const FilterJob& job, int64_t begin, int64_t end) {
 }  // namespace
 }  // namespace volume
 
+// Only the destination width and the kernel's extents enter the size; the destination's height
+// and depth are checked but play no part, since a thread keeps one row of sums at a time.
 VtqStatus FilterGetBufSize(const VtqVolumeSize* dstVolume, const VtqVolumeSize* kernelVolume,
                            int nChannel, int* pSize) {
   if (pSize == nullptr || dstVolume == nullptr || kernelVolume == nullptr) return vtqStsErrNullPtr;
@@ -131,11 +134,14 @@ VtqStatus Filter_16s_C1PV(const Vtq16s* const* pSrc, int srcStep, Vtq16s* const*
                           VtqVolumeSize kernelVolume, VtqPoint3D anchor, int divisor,
                           Vtq8u* pBuffer) {
   using namespace volume;
+  // Checks in their documented order; nothing, not even the buffer, is touched before all pass.
   if (pSrc == nullptr || pDst == nullptr || pKernel == nullptr) return vtqStsErrNullPtr;
   if (pBuffer == nullptr) return vtqStsErrNullPtr;
   if (!IsValidVolumeSize(dstVolume)) return vtqStsErrSize;
   if (!IsValidVolumeSize(kernelVolume) || divisor == 0) return vtqStsErrSize;
 
+  // Everything that depends only on the kernel and the divisor is settled once, here, on the
+  // calling thread: the threads then share the packed kernel read-only.
   const KernelGeometry geometry(kernelVolume, anchor);
   const int threads = ownGetNumThreads();
   const FilterScratch plan = PlanFilterScratch(dstVolume.width, geometry, threads);
@@ -149,10 +155,14 @@ VtqStatus Filter_16s_C1PV(const Vtq16s* const* pSrc, int srcStep, Vtq16s* const*
                          Divisor(divisor)};
   const bool fits32 = SumsFit32(pKernel, geometry);
 
+  // The threads split the rows of all slices rather than whole slices, so that a destination
+  // only a few slices deep still spreads evenly; neighbouring rows of one run share most of
+  // their source rows in the caches.
   const int64_t rows = int64_t{dstVolume.height} * dstVolume.depth;
   const Fork fork = WhenThreadedAndLarge(dstVolume.width, dstVolume.height, dstVolume.depth);
   ParallelChunks(rows, fork, [&](int64_t begin, int64_t end, int rank) {
     auto* sums = reinterpret_cast<int32_t*>(base + static_cast<size_t>(rank) * plan.rowBytes);
+    // The rule is chosen once per thread, so each loop below is compiled for one of them.
     if (!fits32) {
       Rows64(job, begin, end);
     } else if (job.divisor.powerOfTwo) {

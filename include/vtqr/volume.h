@@ -233,7 +233,7 @@ VTQR_API VtqStatus vtqrResize_32f_C1PV(const Vtq32f* const* pSrc, VtqVolumeSize 
  *     32767 * P + 32768 * N <= 2^31 - 1  and  32768 * P + 32767 * N <= 2^31
  * with P the sum of the positive weights and N the sum of the magnitudes of the negative ones
  * (about: the magnitudes add up to at most 65535), the sums are accumulated in 32 bits;
- * otherwise in 64 bits, with the same results and at roughly a third of the speed.
+ * otherwise in 64 bits, with the same exactness at a quarter to a fifth of the speed.
  *
  * Division: each sum is divided by `divisor` (any int but 0, negative ones included) and the
  * quotient rounded to the nearest integer, an exact half to the even neighbour, then saturated

@@ -60,6 +60,14 @@
     (const VtqCuboid* srcVOI, VtqCuboid* pDstCuboid, double xFactor, double yFactor,             \
      double zFactor, double xShift, double yShift, double zShift, int interpolation),            \
     (srcVOI, pDstCuboid, xFactor, yFactor, zFactor, xShift, yShift, zShift, interpolation))      \
+  X(HitPoint3DEpsM0_32f_M, SHARED, VtqStatus,                                                    \
+    (const Vtq32f* const pOrigin[3], const Vtq32f* const pDirection[3], const Vtq32f* pDist,     \
+     const Vtq32s* pMask, Vtq32f* const pDst[3], int len, Vtq32f eps),                           \
+    (pOrigin, pDirection, pDist, pMask, pDst, len, eps))                                         \
+  X(HitPoint3DEpsS0_32f_M, SHARED, VtqStatus,                                                    \
+    (const Vtq32f pOrigin[3], const Vtq32f* const pDirection[3], const Vtq32f* pDist,            \
+     const Vtq32s* pMask, Vtq32f* const pDst[3], int len, Vtq32f eps),                           \
+    (pOrigin, pDirection, pDist, pMask, pDst, len, eps))                                         \
   X(IntersectAnySO_32f, SHARED, VtqStatus,                                                       \
     (const Vtq32f originEye[3], const Vtq32f* const pDirection[3], const Vtq32f* pDist,          \
      Vtq32s* pMask, VtqSize blockSize, const VtqrIntersectContext* pContext),                    \
@@ -175,10 +183,20 @@
     (pX, pY, pZ, n, pDst, order, pState))                                                        \
   X(SetBoundBox_32f, SHARED, VtqStatus, (const Vtq32f* pVert, int vertCount, Vtq32f pBound[6]),  \
     (pVert, vertCount, pBound))                                                                  \
+  X(SurfFlatNormal_32f, SHARED, VtqStatus,                                                       \
+    (const Vtq32f* pTrianNorm, const Vtq32s* pTrianIndex, Vtq32f* const pDst[3], int len),       \
+    (pTrianNorm, pTrianIndex, pDst, len))                                                        \
+  X(SurfSmoothNormal_32f, SHARED, VtqStatus,                                                     \
+    (const Vtq32f* pVertNorm, const Vtq32s* pNormIndex, const Vtq32s* pTrianIndex,               \
+     const Vtq32f* const pHit[2], Vtq32f* const pDst[3], int len, int stride),                   \
+    (pVertNorm, pNormIndex, pTrianIndex, pHit, pDst, len, stride))                               \
   X(TriangleAccelGetSize, SHARED, VtqStatus, (Vtq32s* pSize), (pSize))                           \
   X(TriangleAccelInit, SHARED, VtqStatus,                                                        \
     (VtqrTriangleAccel* pAccel, const Vtq32f* pVert, const Vtq32s* pTriIndex, int triCount),     \
-    (pAccel, pVert, pTriIndex, triCount))
+    (pAccel, pVert, pTriIndex, triCount))                                                        \
+  X(TriangleNormal_32f, SHARED, VtqStatus,                                                       \
+    (const Vtq32f* pVertexCoord, const Vtq32s* pTrianIndex, Vtq32f* pTrianNorm, int nTrian),     \
+    (pVertexCoord, pTrianIndex, pTrianNorm, nTrian))
 // clang-format on
 
 #endif  // VTQR_FRAME_EXPORTS_H_

@@ -46,6 +46,15 @@
     (const Vtq32f* const pSrc1[3], const Vtq32f* const pSrc2[3], const Vtq32s* pMask,            \
      Vtq32f* pDst, int len),                                                                     \
     (pSrc1, pSrc2, pMask, pDst, len))                                                            \
+  X(FilterGetBufSize, SHARED, VtqStatus,                                                         \
+    (const VtqVolumeSize* dstVolume, const VtqVolumeSize* kernelVolume, int nChannel,            \
+     int* pSize),                                                                                \
+    (dstVolume, kernelVolume, nChannel, pSize))                                                  \
+  X(Filter_16s_C1PV, SHARED, VtqStatus,                                                          \
+    (const Vtq16s* const* pSrc, int srcStep, Vtq16s* const* pDst, int dstStep,                   \
+     VtqVolumeSize dstVolume, const Vtq16s* pKernel, VtqVolumeSize kernelVolume,                 \
+     VtqPoint3D anchor, int divisor, Vtq8u* pBuffer),                                            \
+    (pSrc, srcStep, pDst, dstStep, dstVolume, pKernel, kernelVolume, anchor, divisor, pBuffer))  \
   X(GetLibVersion, DISTINCT, const VtqLibVersion*, (void), ())                                   \
   X(GetResizeCuboid, SHARED, VtqStatus,                                                          \
     (const VtqCuboid* srcVOI, VtqCuboid* pDstCuboid, double xFactor, double yFactor,             \

@@ -46,11 +46,28 @@
     (const Vtq32f* const pSrc1[3], const Vtq32f* const pSrc2[3], const Vtq32s* pMask,            \
      Vtq32f* pDst, int len),                                                                     \
     (pSrc1, pSrc2, pMask, pDst, len))                                                            \
+  X(FilterGetBufSize, SHARED, VtqStatus,                                                         \
+    (const VtqVolumeSize* dstVolume, const VtqVolumeSize* kernelVolume, int nChannel,            \
+     int* pSize),                                                                                \
+    (dstVolume, kernelVolume, nChannel, pSize))                                                  \
+  X(Filter_16s_C1PV, SHARED, VtqStatus,                                                          \
+    (const Vtq16s* const* pSrc, int srcStep, Vtq16s* const* pDst, int dstStep,                   \
+     VtqVolumeSize dstVolume, const Vtq16s* pKernel, VtqVolumeSize kernelVolume,                 \
+     VtqPoint3D anchor, int divisor, Vtq8u* pBuffer),                                            \
+    (pSrc, srcStep, pDst, dstStep, dstVolume, pKernel, kernelVolume, anchor, divisor, pBuffer))  \
   X(GetLibVersion, DISTINCT, const VtqLibVersion*, (void), ())                                   \
   X(GetResizeCuboid, SHARED, VtqStatus,                                                          \
     (const VtqCuboid* srcVOI, VtqCuboid* pDstCuboid, double xFactor, double yFactor,             \
      double zFactor, double xShift, double yShift, double zShift, int interpolation),            \
     (srcVOI, pDstCuboid, xFactor, yFactor, zFactor, xShift, yShift, zShift, interpolation))      \
+  X(HitPoint3DEpsM0_32f_M, SHARED, VtqStatus,                                                    \
+    (const Vtq32f* const pOrigin[3], const Vtq32f* const pDirection[3], const Vtq32f* pDist,     \
+     const Vtq32s* pMask, Vtq32f* const pDst[3], int len, Vtq32f eps),                           \
+    (pOrigin, pDirection, pDist, pMask, pDst, len, eps))                                         \
+  X(HitPoint3DEpsS0_32f_M, SHARED, VtqStatus,                                                    \
+    (const Vtq32f pOrigin[3], const Vtq32f* const pDirection[3], const Vtq32f* pDist,            \
+     const Vtq32s* pMask, Vtq32f* const pDst[3], int len, Vtq32f eps),                           \
+    (pOrigin, pDirection, pDist, pMask, pDst, len, eps))                                         \
   X(IntersectAnySO_32f, SHARED, VtqStatus,                                                       \
     (const Vtq32f originEye[3], const Vtq32f* const pDirection[3], const Vtq32f* pDist,          \
      Vtq32s* pMask, VtqSize blockSize, const VtqrIntersectContext* pContext),                    \
@@ -184,10 +201,20 @@
     (pX, pY, pZ, n, pDst, order, pState))                                                        \
   X(SetBoundBox_32f, SHARED, VtqStatus, (const Vtq32f* pVert, int vertCount, Vtq32f pBound[6]),  \
     (pVert, vertCount, pBound))                                                                  \
+  X(SurfFlatNormal_32f, SHARED, VtqStatus,                                                       \
+    (const Vtq32f* pTrianNorm, const Vtq32s* pTrianIndex, Vtq32f* const pDst[3], int len),       \
+    (pTrianNorm, pTrianIndex, pDst, len))                                                        \
+  X(SurfSmoothNormal_32f, SHARED, VtqStatus,                                                     \
+    (const Vtq32f* pVertNorm, const Vtq32s* pNormIndex, const Vtq32s* pTrianIndex,               \
+     const Vtq32f* const pHit[2], Vtq32f* const pDst[3], int len, int stride),                   \
+    (pVertNorm, pNormIndex, pTrianIndex, pHit, pDst, len, stride))                               \
   X(TriangleAccelGetSize, SHARED, VtqStatus, (Vtq32s* pSize), (pSize))                           \
   X(TriangleAccelInit, SHARED, VtqStatus,                                                        \
     (VtqrTriangleAccel* pAccel, const Vtq32f* pVert, const Vtq32s* pTriIndex, int triCount),     \
     (pAccel, pVert, pTriIndex, triCount))                                                        \
+  X(TriangleNormal_32f, SHARED, VtqStatus,                                                       \
+    (const Vtq32f* pVertexCoord, const Vtq32s* pTrianIndex, Vtq32f* pTrianNorm, int nTrian),     \
+    (pVertexCoord, pTrianIndex, pTrianNorm, nTrian))                                             \
   X(WarpAffineGetBufSize, SHARED, VtqStatus,                                                     \
     (const VtqCuboid* srcVOI, const VtqCuboid* dstVOI, int nChannel, int interpolation,          \
      int* pSize),                                                                                \

@@ -1,8 +1,8 @@
 /* vtqr: CPU rendering kernels with a plain C ABI.
  *
  * The library exports flat functions over caller-owned arrays in three families: ray tracing
- * of triangle meshes, spherical-harmonic lighting and volume resampling. Include this header;
- * it pulls in the family headers below.
+ * of triangle meshes, spherical-harmonic lighting and volume resampling and filtering.
+ * Include this header; it pulls in the family headers below.
  *
  * Conventions shared by every function:
  *  - The result is a VtqStatus. Arguments are checked in the order each function documents;

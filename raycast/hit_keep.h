@@ -8,12 +8,50 @@
 
 #include "accel/kdtree_node.h"
 #include "frame/code_path.h"
-#include "raycast/ray_lanes.h"
 #include "raycast/triangle_test.h"
+#include "raycast/walk_lanes.h"
 #include "vtqr/accel.h"
 
 VTQR_PATH_BEGIN
 namespace rays {
+
+// One ray against a leaf of several triangles, four at a time, one per lane. Each lane computes
+// what the one-triangle test computes, so the candidates are the same; they are then taken in
+// list order against the keeper's current limit, as one triangle after the other would be.
+template <class Keep>
+[[gnu::always_inline]] inline int TestTrianglesInFours(kdnode::LeafTriangles leaf,
+                                                       const VtqrTriangleAccel* accel,
+                                                       const RayAxes<OneLane>& ray, Keep& keep) {
+  for (int32_t first = 0; first < leaf.count; first += 4) {
+    // A short last group repeats its last triangle in the lanes it does not fill.
+    const int32_t last = leaf.count - 1;
+    const int32_t* ids = leaf.ids + first;
+    const int32_t id[4] = {ids[0], ids[1 < last - first ? 1 : last - first],
+                           ids[2 < last - first ? 2 : last - first],
+                           ids[3 < last - first ? 3 : last - first]};
+    const VtqrTriangleAccel* const tri[4] = {accel + id[0], accel + id[1], accel + id[2],
+                                             accel + id[3]};
+    const int filled = (1 << (last - first < 3 ? last - first + 1 : 4)) - 1;
+    TriangleCut<F4> cut;
+    int inside = TestFourTriangles(tri, ray, &cut) & filled;
+    if (inside == 0) continue;
+    const F4 t = cut.num / cut.den;
+    inside &= LaneBits((F4(keep.Limit()) > t) & (t > 0.0f));
+    alignas(16) float lane[4][4];
+    _mm_store_ps(lane[0], t.v);
+    _mm_store_ps(lane[1], cut.den.v);
+    _mm_store_ps(lane[2], cut.beta.v);
+    _mm_store_ps(lane[3], cut.gamma.v);
+    for (; inside != 0; inside &= inside - 1) {
+      const int k = __builtin_ctz(static_cast<unsigned>(inside));
+      // An earlier lane of this group may have taken a nearer hit meanwhile.
+      if (!(keep.Limit() > lane[0][k])) continue;
+      const TriangleCut<float> one = {lane[1][k], lane[2][k], lane[3][k], 0.0f};
+      if (keep.Take(1, id[k], one, lane[0][k], 1) == 0) return 1;
+    }
+  }
+  return 0;
+}
 
 // Tests a leaf's triangles in list order for lanes `active`. For each triangle that some of
 // them hit at 0 < t < keep.Limit() (strictly), calls keep.Take(lanes, triangle, cut, t), which
@@ -22,12 +60,15 @@ template <class L, class Keep>
 [[gnu::always_inline]] inline int TestTriangles(kdnode::LeafTriangles leaf,
                                                 const VtqrTriangleAccel* accel,
                                                 const RayAxes<L>& ray, int active, Keep& keep) {
+  if constexpr (L::kWidth == 1) {
+    if (leaf.count > 2) return TestTrianglesInFours(leaf, accel, ray, keep);
+  }
   const int entered = active;
   for (int32_t i = 0; i < leaf.count; ++i) {
     const int32_t id = leaf.ids[i];
     const VtqrTriangleAccel& tri = accel[id];
     if (tri.axes == 0) continue;  // zero area: never hit
-    TriangleCut<L> cut;
+    TriangleCut<typename L::F> cut;
     const int inside = TestTriangle(tri, ray, &cut) & active;
     if (inside == 0) continue;
     const typename L::F t = cut.num / cut.den;
@@ -51,7 +92,7 @@ struct KeepNearest {
   int taken = 0;  // lanes that took a hit since the caller last cleared this
 
   F Limit() const { return dist; }
-  [[gnu::always_inline]] int Take(int lanes, int32_t id, const TriangleCut<L>& cut, F t,
+  [[gnu::always_inline]] int Take(int lanes, int32_t id, const TriangleCut<F>& cut, F t,
                                   int active) {
     const auto m = L::Mask(lanes);
     dist = Select(m, t, dist);
@@ -73,7 +114,7 @@ struct KeepAny {
   int occluded = 0;
 
   F Limit() const { return end; }
-  [[gnu::always_inline]] int Take(int lanes, int32_t, const TriangleCut<L>&, F, int active) {
+  [[gnu::always_inline]] int Take(int lanes, int32_t, const TriangleCut<F>&, F, int active) {
     occluded |= lanes;
     return active & ~lanes;
   }

@@ -14,12 +14,11 @@ VtqStatus IntersectAnySO_32f(const Vtq32f originEye[3], const Vtq32f* const pDir
   }
   if (blockSize.width < 1 || blockSize.height < 1) return vtqStsOk;
 
-  const Planes3<const Vtq32f> dir(pDirection);
+  const Planes<const Vtq32f> dir(pDirection);
   // Only the records and the root: shadow rays are walked over [0, end] as they are.
   const VtqrIntersectContext object{nullptr, pContext->pAccel, pContext->pRootNode};
   const float origin[3] = {originEye[0], originEye[1], originEye[2]};
-  const bool tiles = TilesApply(blockSize,
-                                {dir.plane[0], dir.plane[1], dir.plane[2], pDist, pMask});
+  const bool tiles = TilesApply(blockSize, Touches(dir, pDist, pMask));
   ForEachRayGroup(blockSize, tiles, [&](auto lanes, auto at) {
     using L = decltype(lanes);
     const typename L::I mask = L::Load(pMask, at);

@@ -11,12 +11,11 @@ VtqStatus IntersectEyeSO_32f(const Vtq32f originEye[3], const Vtq32f* const pDir
   using namespace rays;
   if (blockSize.width < 1 || blockSize.height < 1) return vtqStsOk;
 
-  const Planes3<const Vtq32f> dir(pDirection);
+  const Planes<const Vtq32f> dir(pDirection);
   const NearestPlanes out{pDist, pHit[0], pHit[1], pTrianIndex};
   const VtqrIntersectContext object = *pContext;
   const float eye[3] = {originEye[0], originEye[1], originEye[2]};
-  const bool tiles = TilesApply(
-      blockSize, {dir.plane[0], dir.plane[1], dir.plane[2], out.dist, out.u, out.v, out.index});
+  const bool tiles = TilesApply(blockSize, Touches(dir, out.dist, out.u, out.v, out.index));
   ForEachRayGroup(blockSize, tiles, [&](auto lanes, auto at) {
     using L = decltype(lanes);
     WalkRay<L> ray;

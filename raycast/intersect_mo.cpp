@@ -47,12 +47,11 @@ VtqStatus IntersectMO_32f(const Vtq32f* const pOrigin[3], const Vtq32f* const pD
   }
   if (blockSize.width < 1 || blockSize.height < 1) return vtqStsOk;
 
-  const Planes3<const Vtq32f> org(pOrigin);
-  const Planes3<const Vtq32f> dir(pDirection);
+  const Planes<const Vtq32f> org(pOrigin);
+  const Planes<const Vtq32f> dir(pDirection);
   const NearestPlanes out{pDist, pHit[0], pHit[1], pTrianIndex};
-  const bool tiles = TilesApply(blockSize, {org.plane[0], org.plane[1], org.plane[2], dir.plane[0],
-                                            dir.plane[1], dir.plane[2], out.dist, out.u, out.v,
-                                            out.index, pObjectIndex});
+  const bool tiles = TilesApply(blockSize,
+                                Touches(org, dir, out.dist, out.u, out.v, out.index, pObjectIndex));
   ForEachRayGroup(blockSize, tiles, [&](auto lanes, auto at) {
     using L = decltype(lanes);
     using I = typename L::I;

@@ -15,13 +15,11 @@ VtqStatus IntersectMultipleSO_32f(const Vtq32f* const pOrigin[3], const Vtq32f* 
   }
   if (blockSize.width < 1 || blockSize.height < 1) return vtqStsOk;
 
-  const Planes3<const Vtq32f> org(pOrigin);
-  const Planes3<const Vtq32f> dir(pDirection);
+  const Planes<const Vtq32f> org(pOrigin);
+  const Planes<const Vtq32f> dir(pDirection);
   const NearestPlanes out{pDist, pHit[0], pHit[1], pTrianIndex};
   const VtqrIntersectContext object = *pContext;
-  const bool tiles = TilesApply(blockSize,
-                                {org.plane[0], org.plane[1], org.plane[2], dir.plane[0],
-                                 dir.plane[1], dir.plane[2], out.dist, out.u, out.v, out.index});
+  const bool tiles = TilesApply(blockSize, Touches(org, dir, out.dist, out.u, out.v, out.index));
   ForEachRayGroup(blockSize, tiles, [&](auto lanes, auto at) {
     using L = decltype(lanes);
     // A negative triangle number masks the ray out; it keeps all its values.

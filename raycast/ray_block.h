@@ -9,23 +9,22 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <initializer_list>
 
 #include "frame/code_path.h"
 #include "raycast/hit_keep.h"
 #include "raycast/kdtree_walk.h"
-#include "raycast/ray_lanes.h"
+#include "raycast/walk_lanes.h"
+#include "simd/schemes.h"
+#include "simd/vec3.h"
 #include "vtqr/types.h"
 
 VTQR_PATH_BEGIN
 namespace rays {
 
-inline bool TilesApply(VtqSize size, std::initializer_list<const void*> arrays) {
-  if (size.width % 4 != 0 || size.height % 4 != 0) return false;
-  for (const void* array : arrays) {
-    if ((reinterpret_cast<uintptr_t>(array) & 15) != 0) return false;
-  }
-  return true;
+// Tiles need block sides that are multiples of 4 and every per-ray array 16-byte aligned.
+template <class... Arrays>
+bool TilesApply(VtqSize size, const simd::Touched<Arrays...>& arrays) {
+  return size.width % 4 == 0 && size.height % 4 == 0 && arrays.Aligned16At(0);
 }
 
 // Calls cast(TileLanes{}, TileAt) for every 2x2 tile, or cast(OneLane{}, index) for every ray.
@@ -43,40 +42,35 @@ void ForEachRayGroup(VtqSize size, bool tiles, Cast&& cast) {
   }
 }
 
-// Three planes, copied out of the caller's array once: stores through the output planes may
-// alias the array as far as the compiler knows, which would reload the pointers per ray.
-template <class T>
-struct Planes3 {
-  explicit Planes3(T* const p[3]) : plane{p[0], p[1], p[2]} {}
-  T* plane[3];
-};
-
-// Origins and directions of the rays at `at`; a common origin goes to every lane.
+// A P3 argument's three planes at `at`, as the walk's per-axis entries (the fourth is padding).
 template <class L>
-[[gnu::always_inline]] inline void LoadRays(RayAxes<L>& ray, const Planes3<const Vtq32f>& org,
-                                            const Planes3<const Vtq32f>& dir, typename L::At at) {
-  for (int axis = 0; axis < 3; ++axis) {
-    ray.org[axis] = L::Load(org.plane[axis], at);
-    ray.dir[axis] = L::Load(dir.plane[axis], at);
-  }
-  ray.org[3] = 0.0f;
-  ray.dir[3] = 0.0f;
+[[gnu::always_inline]] inline void LoadAxes(typename L::F axes[4], const Planes<const Vtq32f>& p,
+                                            typename L::At at) {
+  axes[0] = L::Load(p.x, at);
+  axes[1] = L::Load(p.y, at);
+  axes[2] = L::Load(p.z, at);
+  axes[3] = 0.0f;
+}
+
+// Origins and directions of the rays at `at`, each ray with its own origin or all with one.
+template <class L>
+[[gnu::always_inline]] inline void LoadRays(RayAxes<L>& ray, const Planes<const Vtq32f>& org,
+                                            const Planes<const Vtq32f>& dir, typename L::At at) {
+  LoadAxes<L>(ray.org, org, at);
+  LoadAxes<L>(ray.dir, dir, at);
 }
 template <class L>
 [[gnu::always_inline]] inline void LoadRays(RayAxes<L>& ray, const float origin[3],
-                                            const Planes3<const Vtq32f>& dir, typename L::At at) {
-  for (int axis = 0; axis < 3; ++axis) {
-    ray.org[axis] = origin[axis];
-    ray.dir[axis] = L::Load(dir.plane[axis], at);
-  }
+                                            const Planes<const Vtq32f>& dir, typename L::At at) {
+  for (int axis = 0; axis < 3; ++axis) ray.org[axis] = origin[axis];
   ray.org[3] = 0.0f;
-  ray.dir[3] = 0.0f;
+  LoadAxes<L>(ray.dir, dir, at);
 }
 
 // Lanes whose mask value is zero or positive.
 template <class L>
 [[gnu::always_inline]] inline int LiveLanes(typename L::I mask) {
-  return L::kAll & ~L::NegativeBits(mask);
+  return L::kAll & ~NegativeBits(mask);
 }
 
 // The outputs of a nearest-hit function.

@@ -39,8 +39,7 @@ VtqStatus DotChangeNorm_32f_IM(const Vtq32f* const pSrc[3], const Vtq32s* pMask,
     __m128 d = Dot(Load3<Lanes>(ray, i), n);
     // A NaN d compares false and keeps s = +1.
     __m128 s = _mm_or_ps(one, _mm_and_ps(_mm_cmpgt_ps(d, zero), SignBits()));
-    Vec3 turned = {_mm_mul_ps(n.x, s), _mm_mul_ps(n.y, s), _mm_mul_ps(n.z, s)};
-    Store3<Lanes>(normal, i, Select(dead, n, turned));
+    Store3<Lanes>(normal, i, Select(dead, n, Scale(n, s)));
     Lanes::Store(pDst + i, LiveOrZero(dead, _mm_mul_ps(d, s)));
   });
   return vtqStsOk;
@@ -73,10 +72,7 @@ VtqStatus Mul_32f_C1P3IM(const Vtq32f* pSrc, const Vtq32s* pMask, Vtq32f* const 
     using Lanes = decltype(lanes);
     __m128 m = LiveFactor(Lanes::LoadMask(pMask + i));
     __m128 s = Lanes::Load(pSrc + i);
-    Vec3 v = Load3<Lanes>(p, i);
-    Store3<Lanes>(p, i,
-                  {_mm_mul_ps(_mm_mul_ps(v.x, s), m), _mm_mul_ps(_mm_mul_ps(v.y, s), m),
-                   _mm_mul_ps(_mm_mul_ps(v.z, s), m)});
+    Store3<Lanes>(p, i, Scale(Scale(Load3<Lanes>(p, i), s), m));
   });
   return vtqStsOk;
 }

@@ -16,7 +16,7 @@
 #include <type_traits>
 
 #include "frame/code_path.h"
-#include "raycast/ray_lanes.h"
+#include "raycast/walk_lanes.h"
 #include "vtqr/accel.h"
 
 VTQR_PATH_BEGIN
@@ -33,9 +33,9 @@ struct RayAxes {
 
 // What a passing triangle test leaves for the hit: t = num / den, the weights beta / den and
 // gamma / den.
-template <class L>
+template <class F>
 struct TriangleCut {
-  typename L::F den, beta, gamma, num;
+  F den, beta, gamma, num;
 };
 
 // A record's nine coefficients c1..c9 in the policy's float type: plain loads for one ray; for
@@ -68,28 +68,78 @@ struct Coefficients {
           F4(tri.e1v)};
 }
 
-// Lane bits of the rays that pass the test of record `tri` (words 0 to 9 as c1 to c9 of the
-// record's layout), their quantities in *cut. The caller skips records whose axes word is 0.
-template <class L>
-[[gnu::always_inline]] inline int TestTriangle(const VtqrTriangleAccel& tri, const RayAxes<L>& ray,
-                                               TriangleCut<L>* cut) {
-  using F = typename L::F;
-  const uint32_t axes = tri.axes;
-  const int a0 = static_cast<int>(axes & 3);         // v
-  const int a1 = static_cast<int>((axes >> 2) & 3);  // u
-  const int a2 = static_cast<int>((axes >> 4) & 3);  // k
-  const auto c = ReadCoefficients(tri, L{});
-  const F den = c.nu * ray.dir[a1] + c.nv * ray.dir[a0] + ray.dir[a2];
-  const F p = c.pu - ray.org[a1];
-  const F q = c.pv - ray.org[a0];
-  const F num = c.pk + c.nu * p + c.nv * q - ray.org[a2];
-  const F s = ray.dir[a1] * num - p * den;
-  const F r = ray.dir[a0] * num - q * den;
+// The ray as the test of one record sees it: direction and origin components on the record's
+// axes a1 (u), a0 (v) and a2 (k).
+template <class F>
+struct RayOnAxes {
+  F du, dv, dk, eu, ev, ek;
+};
+
+// The test itself, written once for every way its inputs are gathered: in each lane, whether
+// the ray passes the triangle, with its quantities in *cut.
+template <class F>
+[[gnu::always_inline]] inline auto PassesTriangle(const Coefficients<F>& c, const RayOnAxes<F>& ray,
+                                                  TriangleCut<F>* cut) {
+  const F den = c.nu * ray.du + c.nv * ray.dv + ray.dk;
+  const F p = c.pu - ray.eu;
+  const F q = c.pv - ray.ev;
+  const F num = c.pk + c.nu * p + c.nv * q - ray.ek;
+  const F s = ray.du * num - p * den;
+  const F r = ray.dv * num - q * den;
   const F beta = c.e2v * s - c.e2u * r;
   const F gamma = c.e1u * r - c.e1v * s;
   const F rest = den - beta - gamma;
   *cut = {den, beta, gamma, num};
-  return LaneBits((rest * beta >= 0.0f) & (beta * gamma >= 0.0f) & (rest * gamma >= 0.0f));
+  return (rest * beta >= 0.0f) & (beta * gamma >= 0.0f) & (rest * gamma >= 0.0f);
+}
+
+// Lane bits of the rays that pass the test of record `tri`, their quantities in *cut. The
+// caller skips records whose axes word is 0.
+template <class L>
+[[gnu::always_inline]] inline int TestTriangle(const VtqrTriangleAccel& tri, const RayAxes<L>& ray,
+                                               TriangleCut<typename L::F>* cut) {
+  const uint32_t axes = tri.axes;
+  const int a0 = static_cast<int>(axes & 3);         // v
+  const int a1 = static_cast<int>((axes >> 2) & 3);  // u
+  const int a2 = static_cast<int>((axes >> 4) & 3);  // k
+  const RayOnAxes<typename L::F> seen = {ray.dir[a1], ray.dir[a0], ray.dir[a2],
+                                         ray.org[a1], ray.org[a0], ray.org[a2]};
+  return LaneBits(PassesTriangle(ReadCoefficients(tri, L{}), seen, cut));
+}
+
+// One ray against four records, one per lane. The records' words are loaded as rows and
+// transposed into lanes; the ray's components are picked per lane by the lane's axes, from
+// its per-axis arrays (whose fourth entry, 0, is what an axis number 3 reads, as with one
+// record). Returns the axes words in *axes.
+[[gnu::always_inline]] inline Coefficients<F4> ReadFourRecords(
+    const VtqrTriangleAccel* const tri[4], I4* axes) {
+  auto words = [&](int k, int first) {
+    return F4(_mm_loadu_ps(reinterpret_cast<const float*>(tri[k]) + first));
+  };
+  F4 w0 = words(0, 0), w1 = words(1, 0), w2 = words(2, 0), w3 = words(3, 0);  // axes, c1..c3
+  F4 x0 = words(0, 4), x1 = words(1, 4), x2 = words(2, 4), x3 = words(3, 4);  // c4..c7
+  F4 y0 = words(0, 6), y1 = words(1, 6), y2 = words(2, 6), y3 = words(3, 6);  // c6..c9
+  Transpose(w0, w1, w2, w3);
+  Transpose(x0, x1, x2, x3);
+  Transpose(y0, y1, y2, y3);
+  *axes = I4(_mm_castps_si128(w0.v));
+  return {w1, w2, w3, x0, x1, x2, x3, y2, y3};
+}
+
+[[gnu::always_inline]] inline int TestFourTriangles(const VtqrTriangleAccel* const tri[4],
+                                                    const RayAxes<OneLane>& ray,
+                                                    TriangleCut<F4>* cut) {
+  I4 axes;
+  const Coefficients<F4> c = ReadFourRecords(tri, &axes);
+  const I4 a0(_mm_and_si128(axes.v, _mm_set1_epi32(3)));
+  const I4 a1(_mm_and_si128(_mm_srli_epi32(axes.v, 2), _mm_set1_epi32(3)));
+  const I4 a2(_mm_and_si128(_mm_srli_epi32(axes.v, 4), _mm_set1_epi32(3)));
+  const F4 dir(_mm_loadu_ps(ray.dir));
+  const F4 org(_mm_loadu_ps(ray.org));
+  const RayOnAxes<F4> seen = {Permute(dir, a1), Permute(dir, a0), Permute(dir, a2),
+                              Permute(org, a1), Permute(org, a0), Permute(org, a2)};
+  const int zeroArea = NegativeBits(I4(_mm_cmpeq_epi32(axes.v, _mm_setzero_si128())));
+  return LaneBits(PassesTriangle(c, seen, cut)) & ~zeroArea;
 }
 
 }  // namespace rays

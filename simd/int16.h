@@ -1,5 +1,6 @@
 // Integer lanes for 16-bit pixel work: widening to 32 bits and floats, pairwise multiply-add,
-// saturating packs back to 16 and 8 bits, and rounding floats to integers.
+// saturating packs back to 16 and 8 bits, rounding floats to integers, and the 64-bit lanes
+// that sums too large for 32 bits are carried in.
 //
 // Only SSE2 to SSSE3 is available, so the one pack the hardware lacks (32-bit signed to 16-bit
 // unsigned, SSE4.1's packus_epi32) is built from the signed pack.
@@ -49,6 +50,27 @@ inline __m128i RoundToInt(__m128 v) { return _mm_cvtps_epi32(v); }
 // Lane k of the result is a[2k] * b[2k] + a[2k+1] * b[2k+1] of the signed 16-bit lanes, exact
 // in 32 bits except for -32768 * -32768 twice, which wraps to INT32_MIN.
 inline __m128i MulAddPairs(__m128i a, __m128i b) { return _mm_madd_epi16(a, b); }
+
+// Eight 16-bit lanes from memory of any (2-byte) alignment.
+inline __m128i Load8x16(const void* p) { return _mm_loadu_si128(static_cast<const __m128i*>(p)); }
+inline void Store8x16(void* p, __m128i v) { _mm_storeu_si128(static_cast<__m128i*>(p), v); }
+
+// The pair (first, second) in every 32-bit lane: the second operand of MulAddPairs that weights
+// the even 16-bit lanes of the first by `first` and the odd ones by `second`.
+inline __m128i BroadcastPair(int16_t first, int16_t second) {
+  return _mm_set1_epi32(
+      static_cast<int32_t>(static_cast<uint32_t>(static_cast<uint16_t>(first)) |
+                           static_cast<uint32_t>(static_cast<uint16_t>(second)) << 16));
+}
+
+// 32-bit lanes 0, 1 (Lo) or 2, 3 (Hi) of v as two 64-bit lanes, zero-extended.
+inline __m128i Widen32uLo(__m128i v) { return _mm_unpacklo_epi32(v, _mm_setzero_si128()); }
+inline __m128i Widen32uHi(__m128i v) { return _mm_unpackhi_epi32(v, _mm_setzero_si128()); }
+
+// Four results kept apart by parity, even = (r0, r2, r4, r6) and odd = (r1, r3, r5, r7), back
+// in order: r0..r3 (Lo) and r4..r7 (Hi).
+inline __m128i InterleaveLo32(__m128i even, __m128i odd) { return _mm_unpacklo_epi32(even, odd); }
+inline __m128i InterleaveHi32(__m128i even, __m128i odd) { return _mm_unpackhi_epi32(even, odd); }
 
 // The signed 32-bit lanes of lo (results 0..3) and hi (4..7) as 16-bit lanes, saturated to
 // -32768..32767.

@@ -4,6 +4,8 @@
 
 #include <xmmintrin.h>
 
+#include <cstddef>
+
 #include "frame/code_path.h"
 #include "simd/lanes.h"
 #include "simd/select.h"
@@ -36,12 +38,12 @@ struct Vec3 {
 };
 
 template <class Lanes, class T>
-Vec3 Load3(const Planes<T>& p, int i) {
+Vec3 Load3(const Planes<T>& p, ptrdiff_t i) {
   return {Lanes::Load(p.x + i), Lanes::Load(p.y + i), Lanes::Load(p.z + i)};
 }
 
 template <class Lanes>
-void Store3(const Planes<Vtq32f>& p, int i, Vec3 v) {
+void Store3(const Planes<Vtq32f>& p, ptrdiff_t i, Vec3 v) {
   Lanes::Store(p.x + i, v.x);
   Lanes::Store(p.y + i, v.y);
   Lanes::Store(p.z + i, v.z);
@@ -59,8 +61,17 @@ inline Vec3 Broadcast(const Vtq32f v[3]) {
   return {_mm_set1_ps(v[0]), _mm_set1_ps(v[1]), _mm_set1_ps(v[2])};
 }
 
+inline Vec3 Add(Vec3 a, Vec3 b) {
+  return {_mm_add_ps(a.x, b.x), _mm_add_ps(a.y, b.y), _mm_add_ps(a.z, b.z)};
+}
+
 inline Vec3 Sub(Vec3 a, Vec3 b) {
   return {_mm_sub_ps(a.x, b.x), _mm_sub_ps(a.y, b.y), _mm_sub_ps(a.z, b.z)};
+}
+
+// Each component of v times s, v on the left as the formulas write it.
+inline Vec3 Scale(Vec3 v, __m128 s) {
+  return {_mm_mul_ps(v.x, s), _mm_mul_ps(v.y, s), _mm_mul_ps(v.z, s)};
 }
 
 // a.x*b.x + a.y*b.y + a.z*b.z, summed left to right like the scalar formula.

@@ -4,6 +4,17 @@
 
 #include <gtest/gtest.h>
 
+#if defined(__SANITIZE_ADDRESS__)
+#include <sanitizer/asan_interface.h>
+// Marks bytes a kernel must neither read nor write; AddressSanitizer builds then fail at the
+// first access. Elsewhere these do nothing, and tests check such bytes by their pattern.
+#define VTQR_POISON(p, n) ASAN_POISON_MEMORY_REGION(p, n)
+#define VTQR_UNPOISON(p, n) ASAN_UNPOISON_MEMORY_REGION(p, n)
+#else
+#define VTQR_POISON(p, n) ((void)(p), (void)(n))
+#define VTQR_UNPOISON(p, n) ((void)(p), (void)(n))
+#endif
+
 #include <bit>
 #include <cstdint>
 #include <cstdio>
@@ -14,8 +25,16 @@
 #include <vector>
 
 #include "frame/dispatch.h"
+#include "vtqcore.h"
 
 namespace vtqr::test {
+
+// The library's thread count for the lifetime of the object, then back to the default.
+class ThreadCount {
+ public:
+  explicit ThreadCount(int count) { vtqSetNumThreads(count); }
+  ~ThreadCount() { vtqSetNumThreads(0); }
+};
 
 // Both columns of the dispatch table.
 inline constexpr CodePath kBothPaths[] = {kPathU8, kPathN8};
@@ -64,9 +83,9 @@ inline ::testing::AssertionResult SameBits(const float* expected, const float* a
                                            size_t count) {
   for (size_t i = 0; i < count; ++i) {
     if (Bits(expected[i]) != Bits(actual[i])) {
-      return ::testing::AssertionFailure() << "element " << i << ": expected " << expected[i]
-                                           << " (" << HexBits(expected[i]) << "), got "
-                                           << actual[i] << " (" << HexBits(actual[i]) << ")";
+      return ::testing::AssertionFailure()
+             << "element " << i << ": expected " << expected[i] << " (" << HexBits(expected[i])
+             << "), got " << actual[i] << " (" << HexBits(actual[i]) << ")";
     }
   }
   return ::testing::AssertionSuccess();

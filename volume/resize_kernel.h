@@ -17,6 +17,7 @@
 #include "frame/code_path.h"
 #include "frame/parallel.h"
 #include "simd/stores.h"
+#include "volume/buffer_align.h"
 #include "volume/element.h"
 #include "volume/resize_geometry.h"
 #include "volume/resize_passes.h"
@@ -201,11 +202,6 @@ void SeparableSlices(const Job& job, int64_t zBegin, int64_t zEnd, char* part) {
                                   job.dst.Row(ay.start + y, az.start + z) + ax.start, job.stream);
     }
   }
-}
-
-inline char* AlignUp64(Vtq8u* p) {
-  const uintptr_t address = reinterpret_cast<uintptr_t>(p);
-  return reinterpret_cast<char*>(p) + ((64 - address % 64) % 64);
 }
 
 // Builds the tables in the caller's buffer, then runs the mode's slices on the threads. The

@@ -183,6 +183,87 @@ VTQR_API VtqStatus vtqrIntersectMO_32f(const Vtq32f* const pOrigin[3],
                                        const Vtq32f* const pTransform[], int objectCount,
                                        VtqSize blockSize);
 
+/* Hit points and normals ---------------------------------------------------------------------
+ *
+ * Geometry for shading, from the intersection results: the point each ray hit and the surface
+ * normal there. The per-ray functions follow the conventions of the shading arithmetic below:
+ * `len` rays, element i of every plane belonging to ray i, a mask that is live when zero or
+ * positive (the intersection functions' triangle numbers serve as it directly), only the
+ * listed pointers tested, in the order listed (vtqStsErrNullPtr before anything is written),
+ * then a `len` below 1 returns vtqStsOk and writes nothing. 32-bit float, operations in the
+ * order written, never fused. Every dead ray gets (0, 0, 0) in every output plane.
+ *
+ * Speed: when every per-ray array a function touches is 16-byte aligned and `len` is a
+ * multiple of 4, four rays are processed at a time, with the same bits for every ray as one
+ * at a time (and the same on both code paths). Arrays read through the rays' numbers (normals
+ * of triangles and vertices) need no alignment. The per-ray functions use no threads. */
+
+/* Hit points of rays from one common origin (eye rays). For a live ray and c = x, y, z:
+ *   dst.c = (direction.c * eps) * dist + origin.c,
+ * with dist as written by the intersection functions. eps scales the distance: slightly below
+ * 1 (such as 0.9999f) puts the point just in front of the surface, on the side the ray came
+ * from, which is where rays leaving the surface (shadow, reflection) must start; slightly
+ * above 1 puts it just behind.
+ * Checks: pDist, pMask, pDirection, pDst. pOrigin is not tested. */
+VTQR_API VtqStatus vtqrHitPoint3DEpsS0_32f_M(const Vtq32f pOrigin[3],
+                                             const Vtq32f* const pDirection[3], const Vtq32f* pDist,
+                                             const Vtq32s* pMask, Vtq32f* const pDst[3], int len,
+                                             Vtq32f eps);
+
+/* Hit points of rays with one origin each (P3 pOrigin), otherwise as
+ * vtqrHitPoint3DEpsS0_32f_M: dst.c = (direction.c * eps) * dist + origin.c for live rays.
+ * Checks: pDist, pMask, pDirection, pDst, pOrigin. */
+VTQR_API VtqStatus vtqrHitPoint3DEpsM0_32f_M(const Vtq32f* const pOrigin[3],
+                                             const Vtq32f* const pDirection[3], const Vtq32f* pDist,
+                                             const Vtq32s* pMask, Vtq32f* const pDst[3], int len,
+                                             Vtq32f eps);
+
+/* Unit normal of each of nTrian triangles, for flat shading or to average into vertex
+ * normals. Triangle t has vertex numbers i0, i1, i2 at pTrianIndex[4t .. 4t+2] (entry 4t+3 is
+ * not read) and vertex k's coordinates at pVertexCoord[3k .. 3k+2]; its normal goes to
+ * pTrianNorm[3t .. 3t+2]. In double precision from the float coordinates:
+ *   e1 = V[i0] - V[i2], e2 = V[i1] - V[i2],
+ *   n = (e1.y*e2.z - e1.z*e2.y, e1.z*e2.x - e2.z*e1.x, e2.y*e1.x - e1.y*e2.x),
+ *   s = (n.x*n.x + n.y*n.y) + n.z*n.z;
+ * s below 2.220446049250313e-16 (the double epsilon: collinear or coincident vertices) gives
+ * (0, 0, 0), never NaN; otherwise each component is n.c / sqrt(s) in double, rounded to float.
+ * A NaN or infinite coordinate gives NaN components. The normal points to the side from which
+ * i0, i1, i2 run counter-clockwise (right-handed coordinates).
+ * Vertex numbers are trusted: they must lie in the vertex array.
+ * Checks: pVertexCoord, pTrianIndex, pTrianNorm; then nTrian below 1 returns vtqStsOk and
+ * writes nothing.
+ * Threads: always one OpenMP region of ownGetNumThreads() threads (none of its own when called
+ * from inside a parallel region), each writing a contiguous share of the triangles. Every
+ * triangle's bits are the same whatever the thread count. */
+VTQR_API VtqStatus vtqrTriangleNormal_32f(const Vtq32f* pVertexCoord, const Vtq32s* pTrianIndex,
+                                          Vtq32f* pTrianNorm, int nTrian);
+
+/* Flat normal per ray: for a live ray (pTrianIndex[i] = k >= 0, the triangle hit), dst =
+ * pTrianNorm[3k .. 3k+2], copied bit for bit; a dead ray gets (0, 0, 0) and its number is not
+ * used to index pTrianNorm.
+ * Checks: pTrianNorm, pTrianIndex. pDst is not tested. */
+VTQR_API VtqStatus vtqrSurfFlatNormal_32f(const Vtq32f* pTrianNorm, const Vtq32s* pTrianIndex,
+                                          Vtq32f* const pDst[3], int len);
+
+/* Smooth normal per ray, blending the vertex normals of the triangle hit with the hit's
+ * barycentric weights. For a live ray with triangle k = pTrianIndex[i]:
+ *   the normal numbers a, b, c = pNormIndex[k*stride], pNormIndex[k*stride + 1],
+ *   pNormIndex[k*stride + 2] (k*stride in 64 bits; with stride 4 the mesh's own triangle index
+ *   array serves, its vertex numbers naming per-vertex normals), whose normals A, B, C stand
+ *   at pVertNorm[3a ..], pVertNorm[3b ..], pVertNorm[3c ..];
+ *   u = pHit[0][i], v = pHit[1][i] (the weights of corners 0 and 1 from the intersection
+ *   functions), w = (1 - u) - v;
+ *   N.c = (B.c * v + A.c * u) + w * C.c;  s = (N.x*N.x + N.y*N.y) + N.z*N.z, all in float;
+ *   dst = (0, 0, 0) when s is below 1.1920929e-7 (the float epsilon: the corner normals
+ *   cancel), else N.c / sqrtf(s) per component.
+ * A dead ray gets (0, 0, 0) and reads nothing through its number. Normal numbers and stride
+ * are trusted: they must lie in their arrays.
+ * Checks: pVertNorm, pNormIndex, pTrianIndex, pHit, pDst (the plane arrays, not the planes in
+ * them). */
+VTQR_API VtqStatus vtqrSurfSmoothNormal_32f(const Vtq32f* pVertNorm, const Vtq32s* pNormIndex,
+                                            const Vtq32s* pTrianIndex, const Vtq32f* const pHit[2],
+                                            Vtq32f* const pDst[3], int len, int stride);
+
 /* Shading arithmetic ------------------------------------------------------------------------
  *
  * Per-ray arithmetic strung together after intersection. Every function works on `len` rays,

@@ -1,4 +1,4 @@
-/* vtqr: resampling of single-channel volumes. */
+/* vtqr: resampling and filtering of single-channel volumes. */
 #ifndef VTQR_VOLUME_H
 #define VTQR_VOLUME_H
 
@@ -365,6 +365,110 @@ VTQR_API VtqStatus vtqrWarpAffine_32f_C1PV(const Vtq32f* const* pSrc, VtqVolumeS
                                            int dstStep, VtqCuboid dstVOI,
                                            const double coeffs[3][4], int interpolation,
                                            Vtq8u* pBuffer);
+
+/* Filter ------------------------------------------------------------------------------------
+ *
+ * Convolves a signed 16-bit volume with a 3-D kernel of signed 16-bit weights, divides by an
+ * integer divisor with rounding and saturates to 16 bits.
+ *
+ * Kernel: kernelVolume.width * height * depth weights, x fastest, without padding: weight
+ * (i, j, k) is pKernel[(k*height + j)*width + i]. The anchor names the kernel element that lies
+ * over the destination voxel. The kernel is applied as a true convolution (mirrored), so that
+ * with W, H, D the destination size and (ax, ay, az) the anchor,
+ *     sum(x, y, z) = sum over i, j, k of  K(i, j, k) * S(x + ax - i, y + ay - j, z + az - k)
+ * for 0 <= x < W, 0 <= y < H, 0 <= z < D. Source and destination share their coordinates:
+ * S(x, y, z) is the voxel at pSrc[z] + y*srcStep + x*2 bytes, with negative coordinates
+ * allowed. The filter adds no border of its own: the caller supplies it, and exactly the
+ * source voxels
+ *     x in [ax - (kernel width - 1), W - 1 + ax],
+ *     y in [ay - (kernel height - 1), H - 1 + ay],
+ *     z in [az - (kernel depth - 1), D - 1 + az]
+ * are read, no other. For a centred kernel of odd size n (anchor (n-1)/2 on each axis) that is
+ * a border of (n-1)/2 voxels on every side. Along z this means that pSrc may point inside a
+ * larger array of slice pointers: entries pSrc[az - (depth - 1)] to pSrc[D - 1 + az] are read,
+ * and negative indices are fine, for example
+ *     const Vtq16s* slices[D + 4];   // a 5x5x5 kernel with anchor (2, 2, 2)
+ *     ... vtqrFilter_16s_C1PV(slices + 2, ...);
+ * The anchor is not checked; one outside the kernel simply moves the region read (a kernel
+ * applied to the source shifted by that much). Mirroring means that a kernel which is
+ * symmetric about its anchor gives the same result either way, and that a correlation with
+ * kernel C and anchor a is the convolution with C mirrored on every axis and anchor
+ * (size - 1 - a).
+ *
+ * Exact sums: the sum of products is formed exactly for every kernel and source. When the
+ * weights cannot carry a sum outside the signed 32-bit range, that is when
+ *     32767 * P + 32768 * N <= 2^31 - 1  and  32768 * P + 32767 * N <= 2^31
+ * with P the sum of the positive weights and N the sum of the magnitudes of the negative ones
+ * (about: the magnitudes add up to at most 65535), the sums are accumulated in 32 bits;
+ * otherwise in 64 bits, with the same exactness at a quarter to a fifth of the speed.
+ *
+ * Division: each sum is divided by `divisor` (any int but 0, negative ones included) and the
+ * quotient rounded to the nearest integer, an exact half to the even neighbour, then saturated
+ * to [-32768, 32767]:
+ *  - when |divisor| is a power of two 2^s, the sum is shifted right arithmetically by s with
+ *    the bits shifted out deciding the rounding (more than half rounds up, exactly half rounds
+ *    to the even result); a negative divisor then negates the rounded value (halves to even
+ *    are symmetric, so this is the rounding of the negative quotient);
+ *  - otherwise the quotient q = sum / divisor is formed in double precision; q >= 32767 gives
+ *    32767 and q <= -32768 gives -32768; for 0.5 < q it is trunc(q + 0.5), for q < -0.5
+ *    trunc(q - 0.5), an exact tie going to the even neighbour; -0.5 <= q <= 0.5 gives 0.
+ * Both rules give the correctly rounded quotient of the exact sum: a double quotient of such
+ * integers never lands on a half unless the exact quotient does. (This takes the processor's
+ * default rounding mode as given, as every function of the library does.)
+ *
+ * Threads: when the destination is at least 16 voxels along every axis and ownGetNumThreads()
+ * is above 1, its rows (all H*D of them, slice by slice) are divided into contiguous runs, as
+ * even as possible, one per thread of one OpenMP parallel region of ownGetNumThreads()
+ * threads, each with its own part of pBuffer. Otherwise, or called from inside a parallel
+ * region, the calling thread does all rows. Results are bit-identical whatever the thread
+ * count, code path and alignment of the arrays.
+ *
+ * Work buffer: pBuffer holds at least the bytes vtqrFilterGetBufSize gives for the same
+ * destination and kernel sizes at the same ownGetNumThreads(); it may have any alignment. The
+ * kernel is repacked into it once per call (pairs of weights of neighbouring kernel columns,
+ * in two arrangements offset by one column), and each thread keeps one destination row of
+ * 32-bit sums there. The function allocates nothing. Source and destination must not overlap;
+ * rows of both start on even addresses (steps are even). Steps are bytes, signed, unchecked,
+ * and every address is formed in 64-bit arithmetic. */
+
+/* A point or offset in voxels, passed by value. */
+typedef struct VtqPoint3D {
+  int32_t x;
+  int32_t y;
+  int32_t z;
+} VtqPoint3D;
+
+/* Size of the filter's work buffer, in bytes. With W the destination width and (kW, kH, kD)
+ * the kernel size, the per-thread size is
+ *     ((W + 15) / 16) * 64 + ((kW + 1) / 2) * 16 * kH * kD * 2 + 64
+ * (one row of 32-bit sums rounded up to 16 voxels, the repacked kernel: 16 bytes per pair of
+ * kernel columns, per kernel row and slice, in two arrangements, and room for alignment), and
+ * the value written is that times ownGetNumThreads(). The arithmetic is signed 32-bit and
+ * wraps without notice; only kernels of millions of weights or rows of hundreds of millions
+ * of voxels come near that.
+ * Checks, in order: pSize, dstVolume or kernelVolume null: vtqStsErrNullPtr; a dstVolume
+ * width, height or depth below 1: vtqStsErrSize; a kernelVolume width, height or depth below
+ * 1: vtqStsErrSize; nChannel other than 1: vtqStsErrChannels. On success writes *pSize and
+ * returns vtqStsOk; on failure writes nothing. */
+VTQR_API VtqStatus vtqrFilterGetBufSize(const VtqVolumeSize* dstVolume,
+                                        const VtqVolumeSize* kernelVolume, int nChannel,
+                                        int* pSize);
+
+/* Convolution of a PV volume of 16s voxels into a PV destination of dstVolume's size (see the
+ * description above): destination voxel (x, y, z), at pDst[z] + y*dstStep + x*2 bytes, becomes
+ * the rounded and saturated quotient of sum(x, y, z) by divisor.
+ * Checks, in order (the first failure is returned and nothing is written):
+ *  1. pSrc, pDst or pKernel null: vtqStsErrNullPtr;
+ *  2. pBuffer null: vtqStsErrNullPtr;
+ *  3. dstVolume width, height or depth below 1: vtqStsErrSize;
+ *  4. kernelVolume width, height or depth below 1, or divisor 0: vtqStsErrSize (a zero divisor
+ *     counts as a size error).
+ * Returns vtqStsOk after writing every destination voxel. The slice pointers inside pSrc and
+ * pDst are not checked. */
+VTQR_API VtqStatus vtqrFilter_16s_C1PV(const Vtq16s* const* pSrc, int srcStep,
+                                       Vtq16s* const* pDst, int dstStep, VtqVolumeSize dstVolume,
+                                       const Vtq16s* pKernel, VtqVolumeSize kernelVolume,
+                                       VtqPoint3D anchor, int divisor, Vtq8u* pBuffer);
 
 #ifdef __cplusplus
 }

@@ -1,12 +1,10 @@
 // The intersection functions on the inputs users do send (distances of zero, negative, NaN,
 // exactly at a hit; origins on a triangle; NaN, infinite and zero directions; ties; zero-area
-// triangles) and their argument checks.
+// triangles), and their argument checks.
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <functional>
-#include <string>
-#include <vector>
 
 #include "raycast/intersect_scene.h"
 
@@ -22,11 +20,10 @@ Mesh TwoSquares() {
     const int32_t c = mesh.AddVertex(1, 1, z), d = mesh.AddVertex(0, 1, z);
     mesh.AddTriangle(a, b, c);
     mesh.AddTriangle(a, c, d);
-    if (z == 0.0f) {
-      mesh.AddTriangle(a, b, c);
-      mesh.AddTriangle(mesh.AddVertex(0, 0, -0.5f), mesh.AddVertex(1, 1, -0.5f),
-                       mesh.AddVertex(0.5f, 0.5f, -0.5f));
-    }
+    if (z != 0.0f) continue;
+    mesh.AddTriangle(a, b, c);
+    mesh.AddTriangle(mesh.AddVertex(0, 0, -0.5f), mesh.AddVertex(1, 1, -0.5f),
+                     mesh.AddVertex(0.5f, 0.5f, -0.5f));
   }
   return mesh;
 }
@@ -34,14 +31,15 @@ Mesh TwoSquares() {
 class IntersectInputs : public PerPath {};
 VTQR_INSTANTIATE_PER_PATH(IntersectInputs);
 
+// Every ray of a 4x4 block alike, on both paths and both tree builds: eye rays and own origins
+// report the expected triangle with the documented test's bits, any hit occludes exactly then.
 TEST_P(IntersectInputs, DefinedResults) {
   const float nan = FromBits(0x7FC00000u);
-  struct Case {
+  const struct {
     const char* name;
     float origin[3], dir[3], dist;
     int32_t expected;  // triangle, or -1
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"hit, the first of two equal triangles", {0.75f, 0.25f, 1}, {0, 0, -1}, kInf, 0},
       {"t equal to dist is no hit", {0.75f, 0.25f, 1}, {0, 0, -1}, 1.0f, -1},
       {"t just below dist", {0.75f, 0.25f, 1}, {0, 0, -1}, std::nextafter(1.0f, 2.0f), 0},
@@ -60,40 +58,32 @@ TEST_P(IntersectInputs, DefinedResults) {
   };
   for (uint32_t algorithm : {uint32_t{KDTreeAlgSAH}, uint32_t{KDTreeAlgSimple}}) {
     const Object object(TwoSquares(), algorithm);
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
       RayBlock rays(4, 4);
-      for (size_t i = 0; i < rays.Count(); ++i) {
-        for (int a = 0; a < 3; ++a) {
-          rays.org[a][i] = c.origin[a];
-          rays.dir[a][i] = c.dir[a];
-        }
-        rays.dist[i] = c.dist;
-        rays.index[i] = 0;
+      for (size_t k = 0; k < rays.Count(); ++k) {
+        for (int a = 0; a < 3; ++a) rays.org(a)[k] = c.origin[a], rays.dir(a)[k] = c.dir[a];
+        rays.dist()[k] = c.dist;
+        rays.index()[k] = 0;
       }
       RefHit hit{c.dist, Sentinel(), Sentinel()};
       if (c.expected >= 0) {
-        ASSERT_TRUE(
-            RefTriangleTest(object.accel[static_cast<size_t>(c.expected)], c.origin, c.dir, &hit));
+        ASSERT_TRUE(RefTriangleTest(object.accel[size_t(c.expected)], c.origin, c.dir, &hit));
       }
-      {
-        const CodePath path = PerPath::path();
-        for (size_t offset : {0, 1}) {
-          SCOPED_TRACE(::testing::Message()
-                       << c.name << ", offset " << offset << " tree " << std::hex << algorithm);
-          RayBlock eye = rays.CopyAt(offset), multiple = rays.CopyAt(offset);
-          RayBlock any = rays.CopyAt(offset);
-          ASSERT_EQ(vtqStsOk, eye.Eye(path, c.origin, object.context));
-          ASSERT_EQ(vtqStsOk, multiple.Multiple(path, object.context));
-          ASSERT_EQ(vtqStsOk, any.Any(path, c.origin, object.context));
-          for (size_t i = 0; i < rays.Count(); ++i) {
-            for (RayBlock* b : {&eye, &multiple}) {
-              ASSERT_EQ(c.expected, b->index[i]);
-              ASSERT_EQ(Bits(hit.t), Bits(b->dist[i]));
-              ASSERT_EQ(Bits(hit.u), Bits(b->u[i]));
-              ASSERT_EQ(Bits(hit.v), Bits(b->v[i]));
-            }
-            ASSERT_EQ(c.expected >= 0 ? -1 : 0, any.index[i]);
+      for (size_t offset : {0, 1}) {
+        SCOPED_TRACE(::testing::Message()
+                     << c.name << ", offset " << offset << ", tree " << std::hex << algorithm);
+        RayBlock eye = rays.CopyAt(offset), own = rays.CopyAt(offset), any = rays.CopyAt(offset);
+        ASSERT_EQ(vtqStsOk, eye.Eye(path(), c.origin, object.context));
+        ASSERT_EQ(vtqStsOk, own.Multiple(path(), object.context));
+        ASSERT_EQ(vtqStsOk, any.Any(path(), c.origin, object.context));
+        for (size_t k = 0; k < rays.Count(); ++k) {
+          for (RayBlock* b : {&eye, &own}) {
+            ASSERT_EQ(c.expected, b->index()[k]);
+            ASSERT_EQ(Bits(hit.t), Bits(b->dist()[k]));
+            ASSERT_EQ(Bits(hit.u), Bits(b->u()[k]));
+            ASSERT_EQ(Bits(hit.v), Bits(b->v()[k]));
           }
+          ASSERT_EQ(c.expected >= 0 ? -1 : 0, any.index()[k]);
         }
       }
     }
@@ -112,31 +102,31 @@ TEST_P(IntersectInputs, ArgumentChecks) {
   const Object object(UvSphere(8, 8));
   const float eye[3] = {0.0f, 0.0f, 3.0f};
   const auto& t = kDispatchTable;
-  const CodePath path = PerPath::path();
-  // Each function with parameter n (argument order, counting pointers only) made null, the
-  // context entries, the object count and the block size as given.
+  const CodePath p = path();
+  // Each function with its pointer parameter n (in argument order) made null.
   using Call = std::function<VtqStatus(RayBlock&, int n, const VtqrIntersectContext* const*,
                                        int count, VtqSize)>;
   const Call multiple = [&](RayBlock& b, int n, auto o, int, VtqSize size) {
-    return t.IntersectMultipleSO_32f[path](Or(n, 0, b.Org()), Or(n, 1, b.Dir()),
-                                           Or(n, 2, b.dist.data), Or(n, 3, b.Hit()),
-                                           Or(n, 4, b.index.data), Or(n, 5, o[0]), size);
+    return t.IntersectMultipleSO_32f[p](Or(n, 0, b.Org()), Or(n, 1, b.Dir()),
+                                        Or(n, 2, b.dist().data), Or(n, 3, b.Hit()),
+                                        Or(n, 4, b.index().data), Or(n, 5, o[0]), size);
   };
   const Call any = [&](RayBlock& b, int n, auto o, int, VtqSize size) {
-    return t.IntersectAnySO_32f[path](eye, Or(n, 0, b.Dir()), Or(n, 1, b.dist.data),
-                                      Or(n, 2, b.index.data), size, Or(n, 3, o[0]));
+    return t.IntersectAnySO_32f[p](eye, Or(n, 0, b.Dir()), Or(n, 1, b.dist().data),
+                                   Or(n, 2, b.index().data), size, Or(n, 3, o[0]));
   };
   const Call mo = [&](RayBlock& b, int n, auto o, int count, VtqSize size) {
-    return t.IntersectMO_32f[path](Or(n, 0, b.Org()), Or(n, 1, b.Dir()), Or(n, 2, b.dist.data),
-                                   Or(n, 3, b.Hit()), Or(n, 4, b.index.data),
-                                   Or(n, 5, b.object.data), Or(n, 6, o), nullptr, count, size);
+    return t.IntersectMO_32f[p](Or(n, 0, b.Org()), Or(n, 1, b.Dir()), Or(n, 2, b.dist().data),
+                                Or(n, 3, b.Hit()), Or(n, 4, b.index().data),
+                                Or(n, 5, b.object().data), Or(n, 6, o), nullptr, count, size);
   };
   const Call eyeRays = [&](RayBlock& b, int, auto o, int, VtqSize size) {
-    return t.IntersectEyeSO_32f[path](eye, b.Dir(), b.dist.data, b.Hit(), b.index.data, o[0], size);
+    return t.IntersectEyeSO_32f[p](eye, b.Dir(), b.dist().data, b.Hit(), b.index().data, o[0],
+                                   size);
   };
   const VtqrIntersectContext* objects[2] = {&object.context, &object.context};
   const VtqrIntersectContext* withNull[2] = {&object.context, nullptr};
-  struct Case {
+  const struct {
     const char* name;
     const Call* call;
     int nulls;  // pointer parameters 0 .. nulls-1 are each made null in turn
@@ -144,8 +134,7 @@ TEST_P(IntersectInputs, ArgumentChecks) {
     int count;
     VtqSize size;
     VtqStatus expected;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"Multiple", &multiple, 6, objects, 2, {4, 4}, vtqStsErrNullPtr},
       {"Any", &any, 4, objects, 2, {4, 4}, vtqStsErrNullPtr},
       {"MO", &mo, 7, objects, -1, {4, 4}, vtqStsErrNullPtr},  // before the count
@@ -156,11 +145,11 @@ TEST_P(IntersectInputs, ArgumentChecks) {
       {"Any empty block", &any, 0, objects, 2, {4, -1}, vtqStsOk},
       {"Eye empty block", &eyeRays, 0, objects, 2, {0, 0}, vtqStsOk},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     for (int n = c.nulls == 0 ? -1 : 0; n < c.nulls; ++n) {
       SCOPED_TRACE(::testing::Message() << c.name << ", null parameter " << n);
       RayBlock b(4, 4);
-      for (size_t i = 0; i < b.Count(); ++i) b.dir[2][i] = -1.0f;
+      for (size_t k = 0; k < b.Count(); ++k) b.dir(2)[k] = -1.0f;
       RayBlock before = b.CopyAt(0);
       EXPECT_EQ(c.expected, (*c.call)(b, n, c.contexts, c.count, c.size));
       EXPECT_TRUE(SameResults(before, b));

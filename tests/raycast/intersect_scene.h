@@ -1,6 +1,6 @@
-// Shared by the intersection tests: objects built through the library (records, box, tree),
-// blocks of rays with their per-ray arrays at a chosen alignment, the ray sets that make walks
-// diverge, and a brute-force reference that runs the triangle test over every triangle.
+// Shared by the intersection tests: objects built through the library, blocks of rays with their
+// per-ray arrays at a chosen alignment, the ray sets that make walks diverge, and the triangle
+// test as the header documents it, for brute-force references.
 #ifndef VTQR_TESTS_RAYCAST_INTERSECT_SCENE_H_
 #define VTQR_TESTS_RAYCAST_INTERSECT_SCENE_H_
 
@@ -26,21 +26,20 @@ inline constexpr float kInf = std::numeric_limits<float>::infinity();
 
 // One object: the mesh, its records, bound box and tree, and the context naming them.
 struct Object {
-  explicit Object(Mesh m, uint32_t algorithm = KDTreeAlgSAH, float factor = 0.0f)
+  explicit Object(Mesh m, uint32_t algorithm = KDTreeAlgSAH)
       : mesh(std::move(m)), accel(std::max(1, mesh.TriCount())) {
-    kDispatchTable.TriangleAccelInit[kPathU8](accel.data(), mesh.vert.data(), mesh.tri.data(),
-                                              mesh.TriCount());
-    kDispatchTable.SetBoundBox_32f[kPathU8](mesh.vert.data(), mesh.VertCount(), box);
+    const auto& t = kDispatchTable;
+    t.TriangleAccelInit[kPathU8](accel.data(), mesh.vert.data(), mesh.tri.data(), mesh.TriCount());
+    t.SetBoundBox_32f[kPathU8](mesh.vert.data(), mesh.VertCount(), box);
     static const Vtq32f kNoVert[3] = {};
     static const Vtq32s kNoTri[4] = {};
-    const VtqrKDTreeBuildParams params{algorithm, 50, factor, 1024, 0};
+    const VtqrKDTreeBuildParams params{algorithm, 50, 0.0f, 1024, 0};
     VtqrKDTreeNode* root = nullptr;
     int size = 0;
-    const VtqStatus status = kDispatchTable.KDTreeBuildAlloc[kPathU8](
-        &root, mesh.vert.empty() ? kNoVert : mesh.vert.data(),
-        mesh.tri.empty() ? kNoTri : mesh.tri.data(), mesh.VertCount(), mesh.TriCount(), &size,
-        &params);
-    EXPECT_EQ(vtqStsOk, status);
+    EXPECT_EQ(vtqStsOk,
+              t.KDTreeBuildAlloc[kPathU8](&root, mesh.vert.empty() ? kNoVert : mesh.vert.data(),
+                                          mesh.tri.empty() ? kNoTri : mesh.tri.data(),
+                                          mesh.VertCount(), mesh.TriCount(), &size, &params));
     tree.reset(root);
     context = {box, accel.data(), root};
   }
@@ -48,6 +47,17 @@ struct Object {
   struct FreeTree {
     void operator()(VtqrKDTreeNode* t) const { kDispatchTable.KDTreeFree[kPathU8](t); }
   };
+  // Centre and half the diagonal of the box (the origin and 1 for an empty mesh's).
+  float Centre(float centre[3]) const {
+    double sum = 0;
+    for (int a = 0; a < 3; ++a) {
+      const bool empty = box[0] > box[3];
+      centre[a] = empty ? 0.0f : 0.5f * (box[a] + box[a + 3]);
+      const double half = empty ? 0.5 : 0.5 * (double(box[a + 3]) - box[a]);
+      sum += half * half;
+    }
+    return static_cast<float>(std::sqrt(sum));
+  }
 
   Mesh mesh;
   std::vector<VtqrTriangleAccel> accel;
@@ -58,51 +68,36 @@ struct Object {
 
 // A mesh from the shared data folder, or `fallback` when the folder is absent.
 inline Mesh SharedMeshOr(const char* name, const Mesh& fallback) {
-  const std::string path = SharedDataFile(name);
   Mesh mesh;
   std::string error;
-  if (path.empty() || !LoadMesh(path, &mesh, &error)) return fallback;
-  return mesh;
+  const std::string path = SharedDataFile(name);
+  return !path.empty() && LoadMesh(path, &mesh, &error) ? mesh : fallback;
 }
 
-// An aligned array whose element 0 sits `offset` elements past a 64-byte boundary. Copies keep
-// the offset from their own boundary.
+// An array whose element 0 sits `offset` elements past a 64-byte boundary.
 template <class T>
 struct Plane {
-  Plane(size_t n, size_t offset) : storage(n + offset + 64 / sizeof(T)), size(n), offset(offset) {
+  Plane(size_t n, size_t offset) : storage(n + offset + 64 / sizeof(T)) {
     const auto address = reinterpret_cast<uintptr_t>(storage.data());
     data = storage.data() + ((64 - address % 64) % 64) / sizeof(T) + offset;
   }
-  Plane(const Plane& other) : Plane(other.size, other.offset) {
-    std::copy_n(other.data, size, data);
-  }
-  Plane(Plane&& other) noexcept = default;
-  Plane& operator=(const Plane&) = delete;
-  T& operator[](size_t i) { return data[i]; }
+  T& operator[](size_t k) { return data[k]; }
   std::vector<T> storage;
   T* data;
-  size_t size, offset;
 };
 
-// The per-ray arrays of one call on a width x height block. `offset` misaligns every array by
-// that many elements: 0 lets the library take the four-ray path (for sizes that are multiples
-// of 4), 1 forces the one-ray path.
+// The per-ray arrays of one call on a width x height block. Offset 0 lets the library take the
+// four-ray path (for sides that are multiples of 4), 1 forces the one-ray path.
 struct RayBlock {
-  RayBlock(int w, int h, size_t offset = 0)
-      : width(w),
-        height(h),
-        f(9, Plane<float>(Count(), offset)),
-        i(2, Plane<int32_t>(Count(), offset)) {
+  RayBlock(int w, int h, size_t offset = 0) : width(w), height(h) {
+    for (int p = 0; p < 9; ++p) f.emplace_back(Count(), offset);
+    for (int p = 0; p < 2; ++p) i.emplace_back(Count(), offset);
     for (size_t k = 0; k < Count(); ++k) {
-      dist[k] = kInf;
-      u[k] = v[k] = Sentinel();
-      index[k] = object[k] = 0x5A5A5A5A;
+      f[6][k] = kInf;
+      f[7][k] = f[8][k] = Sentinel();
+      i[0][k] = i[1][k] = 0x5A5A5A5A;
     }
   }
-  // The named planes below refer into f and i, whose buffers a move hands over; a copy would
-  // not, so blocks are only moved (CopyAt makes a real copy).
-  RayBlock(const RayBlock&) = delete;
-  RayBlock(RayBlock&&) = default;
   size_t Count() const { return static_cast<size_t>(width) * static_cast<size_t>(height); }
   VtqSize Size() const { return {width, height}; }
   // The same rays and inputs at another alignment.
@@ -112,59 +107,65 @@ struct RayBlock {
     for (size_t p = 0; p < i.size(); ++p) std::copy_n(i[p].data, Count(), copy.i[p].data);
     return copy;
   }
-  const float* const* Org() { return Pointers(0, orgPtr); }
-  const float* const* Dir() { return Pointers(3, dirPtr); }
-  float* const* Hit() {
-    hitPtr[0] = u.data, hitPtr[1] = v.data;
-    return hitPtr;
-  }
-  const float* const* Pointers(int first, const float* p[3]) {
-    for (int a = 0; a < 3; ++a) p[a] = f[first + a].data;
-    return p;
-  }
+  Plane<float>& org(int a) { return f[static_cast<size_t>(a)]; }
+  Plane<float>& dir(int a) { return f[3 + static_cast<size_t>(a)]; }
+  Plane<float>& dist() { return f[6]; }
+  Plane<float>& u() { return f[7]; }
+  Plane<float>& v() { return f[8]; }
+  Plane<int32_t>& index() { return i[0]; }  // the mask, for the functions that read one
+  Plane<int32_t>& object() { return i[1]; }
 
   VtqStatus Eye(CodePath path, const float eye[3], const VtqrIntersectContext& ob) {
-    return kDispatchTable.IntersectEyeSO_32f[path](eye, Dir(), dist.data, Hit(), index.data, &ob,
-                                                   Size());
+    return kDispatchTable.IntersectEyeSO_32f[path](eye, Dir(), dist().data, Hit(), index().data,
+                                                   &ob, Size());
   }
   VtqStatus Multiple(CodePath path, const VtqrIntersectContext& ob) {
-    return kDispatchTable.IntersectMultipleSO_32f[path](Org(), Dir(), dist.data, Hit(), index.data,
-                                                        &ob, Size());
+    return kDispatchTable.IntersectMultipleSO_32f[path](Org(), Dir(), dist().data, Hit(),
+                                                        index().data, &ob, Size());
   }
   // dist serves as each ray's end, index as the mask.
   VtqStatus Any(CodePath path, const float origin[3], const VtqrIntersectContext& ob) {
-    return kDispatchTable.IntersectAnySO_32f[path](origin, Dir(), dist.data, index.data, Size(),
+    return kDispatchTable.IntersectAnySO_32f[path](origin, Dir(), dist().data, index().data, Size(),
                                                    &ob);
   }
   VtqStatus MO(CodePath path, const std::vector<const VtqrIntersectContext*>& objects,
-               const std::vector<const float*>* transforms) {
-    return kDispatchTable.IntersectMO_32f[path](
-        Org(), Dir(), dist.data, Hit(), index.data, object.data, objects.data(),
-        transforms == nullptr ? nullptr : transforms->data(), static_cast<int>(objects.size()),
-        Size());
+               const float* const* transforms) {
+    return kDispatchTable.IntersectMO_32f[path](Org(), Dir(), dist().data, Hit(), index().data,
+                                                object().data, objects.data(), transforms,
+                                                static_cast<int>(objects.size()), Size());
+  }
+  const float* const* Org() {
+    for (int a = 0; a < 3; ++a) planes[a] = org(a).data;
+    return planes;
+  }
+  const float* const* Dir() {
+    for (int a = 0; a < 3; ++a) planes[3 + a] = dir(a).data;
+    return planes + 3;
+  }
+  float* const* Hit() {
+    hit[0] = u().data, hit[1] = v().data;
+    return hit;
   }
 
   int width, height;
   std::vector<Plane<float>> f;  // origin x, y, z, direction x, y, z, dist, u, v
   std::vector<Plane<int32_t>> i;
-  Plane<float>*org = &f[0], *dir = &f[3], &dist = f[6], &u = f[7], &v = f[8];
-  Plane<int32_t>&index = i[0], &object = i[1];
-  const float* orgPtr[3];
-  const float* dirPtr[3];
-  float* hitPtr[2];
+  const float* planes[6];
+  float* hit[2];
 };
 
 // Every output of two blocks agrees bit for bit.
 inline ::testing::AssertionResult SameResults(RayBlock& expected, RayBlock& actual) {
   for (size_t k = 0; k < expected.Count(); ++k) {
     auto text = [k](RayBlock& b) {
-      return ::testing::Message() << "triangle " << b.index[k] << " object " << b.object[k]
-                                  << " at " << HexBits(b.dist[k]) << " u " << HexBits(b.u[k])
-                                  << " v " << HexBits(b.v[k]);
+      return ::testing::Message() << "triangle " << b.index()[k] << " object " << b.object()[k]
+                                  << " at " << HexBits(b.dist()[k]) << " u " << HexBits(b.u()[k])
+                                  << " v " << HexBits(b.v()[k]);
     };
-    if (expected.index[k] != actual.index[k] || expected.object[k] != actual.object[k] ||
-        Bits(expected.dist[k]) != Bits(actual.dist[k]) ||
-        Bits(expected.u[k]) != Bits(actual.u[k]) || Bits(expected.v[k]) != Bits(actual.v[k])) {
+    if (expected.index()[k] != actual.index()[k] || expected.object()[k] != actual.object()[k] ||
+        Bits(expected.dist()[k]) != Bits(actual.dist()[k]) ||
+        Bits(expected.u()[k]) != Bits(actual.u()[k]) ||
+        Bits(expected.v()[k]) != Bits(actual.v()[k])) {
       return ::testing::AssertionFailure()
              << "ray " << k << ": expected " << text(expected) << ", got " << text(actual);
     }
@@ -172,24 +173,7 @@ inline ::testing::AssertionResult SameResults(RayBlock& expected, RayBlock& actu
   return ::testing::AssertionSuccess();
 }
 
-// Centre and half the diagonal of an object's box; the origin and 1 for the inverted box of an
-// empty mesh.
-inline void BoxCentre(const Object& object, float centre[3], float* radius) {
-  if (object.box[0] > object.box[3]) {
-    centre[0] = centre[1] = centre[2] = 0.0f;
-    *radius = 1.0f;
-    return;
-  }
-  double sum = 0;
-  for (int a = 0; a < 3; ++a) {
-    centre[a] = 0.5f * (object.box[a] + object.box[a + 3]);
-    const double half = 0.5 * (double(object.box[a + 3]) - object.box[a]);
-    sum += half * half;
-  }
-  *radius = static_cast<float>(std::sqrt(sum));
-}
-
-// A block of rays for one object, and the origin the functions with one origin use. When
+// A block of rays for one object, and the origin of the functions with one origin. When
 // `common`, every ray's own origin is that origin too.
 struct RaySet {
   const char* name;
@@ -202,39 +186,38 @@ struct RaySet {
 // unit distance, through vtqrCastEye_32f.
 inline RaySet CameraRays(const char* name, const Object& object, const float eye[3], int size,
                          float span) {
-  float centre[3], radius;
-  BoxCentre(object, centre, &radius);
+  float centre[3];
+  object.Centre(centre);
   RaySet set{name, RayBlock(size, size), {eye[0], eye[1], eye[2]}};
-  // The view, a right and an up vector: the right one perpendicular to the view and z.
+  // The view, a right vector perpendicular to the view and z, and an up vector.
   const double f[3] = {double(centre[0]) - eye[0], double(centre[1]) - eye[1],
                        double(centre[2]) - eye[2]};
   const double n = std::sqrt(f[0] * f[0] + f[1] * f[1] + f[2] * f[2]);
-  double r[3] = {f[1], -f[0], 0.0};
-  const double rn = std::hypot(r[0], r[1]);
-  r[0] = rn == 0 ? 1.0 : r[0] / rn;
-  r[1] = rn == 0 ? 0.0 : r[1] / rn;
-  const double u[3] = {(r[1] * f[2]) / n, (-r[0] * f[2]) / n, (r[0] * f[1] - r[1] * f[0]) / n};
+  const double rn = std::hypot(f[0], f[1]);
+  const double r[3] = {rn == 0 ? 1.0 : f[1] / rn, rn == 0 ? 0.0 : -f[0] / rn, 0.0};
+  const double up[3] = {r[1] * f[2] / n, -r[0] * f[2] / n, (r[0] * f[1] - r[1] * f[0]) / n};
   const double step = span / size;
   float org[3], dW[3], dH[3];
   for (int a = 0; a < 3; ++a) {
     dW[a] = static_cast<float>(r[a] * step);
-    dH[a] = static_cast<float>(-u[a] * step);
-    org[a] = static_cast<float>(f[a] / n - (r[a] - u[a]) * step * size / 2);
+    dH[a] = static_cast<float>(-up[a] * step);
+    org[a] = static_cast<float>(f[a] / n - (r[a] - up[a]) * step * size / 2);
   }
-  float* dst[3] = {set.block.dir[0].data, set.block.dir[1].data, set.block.dir[2].data};
-  kDispatchTable.CastEye_32f[kPathU8](org, dW, dH, 0, 0, set.block.Size(), dst, set.block.Size());
-  for (size_t i = 0; i < set.block.Count(); ++i) {
-    for (int a = 0; a < 3; ++a) set.block.org[a][i] = eye[a];
+  RayBlock& b = set.block;
+  float* dst[3] = {b.dir(0).data, b.dir(1).data, b.dir(2).data};
+  kDispatchTable.CastEye_32f[kPathU8](org, dW, dH, 0, 0, b.Size(), dst, b.Size());
+  for (size_t k = 0; k < b.Count(); ++k) {
+    for (int a = 0; a < 3; ++a) b.org(a)[k] = eye[a];
   }
   return set;
 }
 
-// Blocks that make the walks diverge: an eye on a split plane, rays inside split planes and
+// Blocks that make walks diverge: an eye on a split plane, rays inside split planes and
 // parallel to axes, an eye inside the box, origins on triangles, distances that cut walks
 // short, NaN, infinite, tiny and zero direction components, masked rays. Live masks are 0..4.
 inline std::vector<RaySet> RaySets(const Object& object, int size, uint32_t seed) {
-  float centre[3], radius;
-  BoxCentre(object, centre, &radius);
+  float centre[3];
+  const float radius = object.Centre(centre);
   std::vector<RaySet> sets;
   std::mt19937 rng(seed);
   std::uniform_real_distribution<float> unit(-1.0f, 1.0f);
@@ -243,72 +226,66 @@ inline std::vector<RaySet> RaySets(const Object& object, int size, uint32_t seed
                             centre[2] + 1.9f * radius};
   sets.push_back(CameraRays("slanted view", object, slanted, size, 1.1f));
 
-  // Down the z axis with a power-of-two pixel step, so that the centre row and column are
-  // exactly axis-parallel, from an eye moved onto the root's split plane (x or y).
+  // Down the z axis from an eye moved onto the root's split plane (x or y), with a power-of-two
+  // pixel step, so that the centre row and column are exactly axis-parallel.
   float above[3] = {centre[0], centre[1], centre[2] + 2.5f * radius};
   const VtqrKDTreeNode root = *object.context.pRootNode;
-  if (root.w0 >= 0 && (root.w0 & 3) != 2) above[root.w0 & 3] = FromBits(root.w1);
-  sets.push_back(CameraRays("down z from a split plane", object, above, size, 1.0f));
+  if (root.w0 >= 0 && (root.w0 & 3) != 2) above[root.w0 & 3] = FromBits(uint32_t(root.w1));
+  RaySet down{"down z from a split plane", RayBlock(size, size), {above[0], above[1], above[2]}};
   const float step = std::ldexp(1.0f, -std::ilogb(static_cast<float>(size)) - 1);
-  for (size_t i = 0; i < sets.back().block.Count(); ++i) {
-    sets.back().block.dir[0][i] = step * static_cast<float>(static_cast<int>(i) % size - size / 2);
-    sets.back().block.dir[1][i] = step * static_cast<float>(size / 2 - static_cast<int>(i) / size);
-    sets.back().block.dir[2][i] = -1.0f;
+  for (int k = 0; k < size * size; ++k) {
+    const float d[3] = {step * float(k % size - size / 2), step * float(size / 2 - k / size), -1};
+    for (int a = 0; a < 3; ++a) down.block.dir(a)[size_t(k)] = d[a];
+    for (int a = 0; a < 3; ++a) down.block.org(a)[size_t(k)] = above[a];
   }
+  sets.push_back(std::move(down));
 
+  // From the centre, and with own origins: a triangle's vertex, an edge midpoint, or anywhere.
   RaySet inside{"from inside", RayBlock(size, size), {centre[0], centre[1], centre[2]}};
-  for (size_t i = 0; i < inside.block.Count(); ++i) {
+  RaySet own{"own origins on triangles", RayBlock(size, size), {}, false};
+  std::uniform_int_distribution<int> pick(0, std::max(0, object.mesh.TriCount() - 1));
+  for (size_t k = 0; k < inside.block.Count(); ++k) {
+    const int32_t* tri = object.mesh.tri.empty() ? nullptr
+                                                 : &object.mesh.tri[4 * size_t(pick(rng))];
     for (int a = 0; a < 3; ++a) {
-      inside.block.dir[a][i] = unit(rng);
-      inside.block.org[a][i] = centre[a];
+      inside.block.dir(a)[k] = unit(rng);
+      inside.block.org(a)[k] = centre[a];
+      const float p = tri ? object.mesh.vert[3 * size_t(tri[0]) + size_t(a)] : centre[a];
+      const float q = tri ? object.mesh.vert[3 * size_t(tri[1]) + size_t(a)] : centre[a];
+      const float o = k % 3 == 0 ? p : k % 3 == 1 ? 0.5f * (p + q) : centre[a] + unit(rng) * radius;
+      own.block.org(a)[k] = o;
+      own.block.dir(a)[k] = centre[a] + unit(rng) * radius - o;
     }
   }
+  for (int a = 0; a < 3; ++a) own.origin[a] = own.block.org(a)[0];
   sets.push_back(std::move(inside));
-
-  // Own origins: a triangle's vertex, the midpoint of its edge, or anywhere in the box.
-  if (object.mesh.TriCount() > 0) {
-    RaySet own{"own origins on triangles", RayBlock(size, size), {}, false};
-    std::uniform_int_distribution<int> pick(0, object.mesh.TriCount() - 1);
-    for (size_t i = 0; i < own.block.Count(); ++i) {
-      const int32_t* tri = &object.mesh.tri[4 * static_cast<size_t>(pick(rng))];
-      for (int a = 0; a < 3; ++a) {
-        const float p = object.mesh.vert[3 * static_cast<size_t>(tri[0]) + a];
-        const float q = object.mesh.vert[3 * static_cast<size_t>(tri[1]) + a];
-        own.block.org[a][i] = i % 3 == 0   ? p
-                              : i % 3 == 1 ? 0.5f * (p + q)
-                                           : centre[a] + unit(rng) * radius;
-        own.block.dir[a][i] = centre[a] + unit(rng) * radius - own.block.org[a][i];
-      }
-    }
-    for (int a = 0; a < 3; ++a) own.origin[a] = own.block.org[a][0];
-    sets.push_back(std::move(own));
-  }
+  sets.push_back(std::move(own));
 
   RaySet odd = CameraRays("inputs users send", object, slanted, size, 1.3f);
   const float nan = FromBits(0x7FC00000u);
   const float dists[] = {0.0f, -1.0f, nan, kInf, -0.0f};
   const float components[] = {nan, kInf, -kInf, 0.0f, -0.0f, 1e-8f, -1.1920929e-7f, 1e30f};
   const int32_t masks[] = {-1, -7, INT32_MIN};
-  std::uniform_int_distribution<int> pick(0, 15);
-  for (size_t i = 0; i < odd.block.Count(); ++i) {
-    const int k = pick(rng);
-    if (k < 5) odd.block.dist[i] = dists[k];
-    if (k >= 5 && k < 10) odd.block.dist[i] = (unit(rng) + 1.0f) * 2.0f * radius;
-    if (k >= 10) odd.block.dir[k % 3][i] = components[(k + static_cast<int>(i)) % 8];
-    if (k == 15) odd.block.dir[0][i] = odd.block.dir[1][i] = odd.block.dir[2][i] = 0.0f;
-    if (i % 3 == 0) odd.block.index[i] = masks[i % 9 / 3];
+  std::uniform_int_distribution<int> kind(0, 15);
+  for (size_t k = 0; k < odd.block.Count(); ++k) {
+    const int c = kind(rng);
+    if (c < 5) odd.block.dist()[k] = dists[c];
+    if (c >= 5 && c < 10) odd.block.dist()[k] = (unit(rng) + 1.0f) * 2.0f * radius;
+    if (c >= 10) odd.block.dir(c % 3)[k] = components[(size_t(c) + k) % 8];
+    if (c == 15) odd.block.dir(0)[k] = odd.block.dir(1)[k] = odd.block.dir(2)[k] = 0.0f;
+    if (k % 3 == 0) odd.block.index()[k] = masks[k % 9 / 3];
   }
   sets.push_back(std::move(odd));
   for (RaySet& set : sets) {
-    for (size_t i = 0; i < set.block.Count(); ++i) {
-      if (set.block.index[i] >= 0) set.block.index[i] = static_cast<int32_t>(i % 5);
+    for (size_t k = 0; k < set.block.Count(); ++k) {
+      if (set.block.index()[k] >= 0) set.block.index()[k] = static_cast<int32_t>(k % 5);
     }
   }
   return sets;
 }
 
-// The triangle test as the library documents it, evaluated in the test on record `tri`: returns
-// whether the ray is inside and fills t, u, v. Kept apart from the library's code on purpose.
+// The triangle test as the header documents it, kept apart from the library's code: whether the
+// ray E + tD is inside record `tri`, with t, u and v.
 struct RefHit {
   float t, u, v;
 };
@@ -316,41 +293,30 @@ inline bool RefTriangleTest(const VtqrTriangleAccel& tri, const float e[3], cons
                             RefHit* hit) {
   if (tri.axes == 0) return false;
   const int a0 = tri.axes & 3, a1 = (tri.axes >> 2) & 3, a2 = (tri.axes >> 4) & 3;
-  const float c1 = tri.nu, c2 = tri.pk, c3 = tri.nv, c4 = tri.pu, c5 = tri.pv, c6 = tri.e2u,
-              c7 = tri.e2v, c8 = tri.e1u, c9 = tri.e1v;
-  const float den = c1 * d[a1] + c3 * d[a0] + d[a2];
-  const float p = c4 - e[a1], q = c5 - e[a0];
-  const float num = c2 + c1 * p + c3 * q - e[a2];
+  const float den = tri.nu * d[a1] + tri.nv * d[a0] + d[a2];
+  const float p = tri.pu - e[a1], q = tri.pv - e[a0];
+  const float num = tri.pk + tri.nu * p + tri.nv * q - e[a2];
   const float s = d[a1] * num - p * den, r = d[a0] * num - q * den;
-  const float beta = c7 * s - c6 * r, gamma = c8 * r - c9 * s;
+  const float beta = tri.e2v * s - tri.e2u * r, gamma = tri.e1u * r - tri.e1v * s;
   const float rest = den - beta - gamma;
   if (!(rest * beta >= 0 && beta * gamma >= 0 && rest * gamma >= 0)) return false;
   *hit = {num / den, beta / den, gamma / den};
   return true;
 }
 
-// Brute force over every triangle: the nearest hit with 0 < t < dist, and every triangle
-// hit at exactly that distance (the walk may report any of them, depending on its order).
+// Brute force over every triangle: the nearest t with 0 < t < dist, and every triangle hit at
+// exactly that distance (the walk may report any of them, depending on its order).
 struct RefNearest {
-  float t = 0;
+  float t;
   std::vector<int32_t> tied;
-  std::vector<RefHit> hits;
 };
 inline RefNearest BruteForce(const Object& object, const float e[3], const float d[3], float dist) {
-  RefNearest best;
-  best.t = dist;
+  RefNearest best{dist, {}};
   for (int k = 0; k < object.mesh.TriCount(); ++k) {
     RefHit hit;
-    if (!RefTriangleTest(object.accel[k], e, d, &hit) || !(hit.t > 0)) continue;
-    if (hit.t < best.t) {
-      best.t = hit.t;
-      best.tied.clear();
-      best.hits.clear();
-    }
-    if (hit.t == best.t && hit.t < dist) {
-      best.tied.push_back(k);
-      best.hits.push_back(hit);
-    }
+    if (!RefTriangleTest(object.accel[size_t(k)], e, d, &hit) || !(hit.t > 0)) continue;
+    if (hit.t < best.t) best = {hit.t, {}};
+    if (hit.t == best.t && hit.t < dist) best.tied.push_back(k);
   }
   return best;
 }

@@ -138,6 +138,31 @@ inline const std::vector<ShadeCase>& ShadeCases() {
 }
 // clang-format on
 
+// Fills every plane and the mask with the sentinel pattern, runs, and checks nothing moved.
+inline void ExpectUntouched(const ShadeCase& c, CodePath path, int len, int nullParam,
+                            VtqStatus expected) {
+  const int fill = 8;
+  Rays r(c.planeCount, fill, Layout::All(0));
+  for (auto& plane : r.planes) std::fill(plane.begin(), plane.end(), Sentinel());
+  std::fill_n(r.mask, fill, static_cast<int32_t>(kSentinelBits));
+  EXPECT_EQ(expected, c.run(path, r, 0, len, nullParam));
+  for (int j = 0; j < c.planeCount; ++j) {
+    for (int i = 0; i < fill; ++i) EXPECT_EQ(kSentinelBits, Bits(r[j][i])) << j << "," << i;
+  }
+  for (int i = 0; i < fill; ++i) EXPECT_EQ(static_cast<int32_t>(kSentinelBits), r.mask[i]);
+}
+
+// Every tested pointer, null, fails whatever the count; every untested one goes unnoticed when
+// there are no rays; a count below 1 does nothing.
+inline void ExpectChecksWriteNothing(const ShadeCase& c, CodePath path) {
+  SCOPED_TRACE(c.name);
+  for (int param : c.tested) {
+    for (int len : {5, 0, -1}) ExpectUntouched(c, path, len, param, vtqStsErrNullPtr);
+  }
+  for (int param : c.untested) ExpectUntouched(c, path, 0, param, vtqStsOk);
+  for (int len : {0, -1, INT32_MIN}) ExpectUntouched(c, path, len, -1, vtqStsOk);
+}
+
 // Fills every plane and the mask from `seed`. Values mix signs and magnitudes, with zeros
 // (zero divisors, zero dot products), infinities and NaNs sprinkled in; every NaN carries the
 // same bits so that results never depend on which of two NaN operands an instruction keeps.

@@ -3,15 +3,6 @@
 // be enough at exactly its size and at the worst alignment, for every destination size.
 #include <gtest/gtest.h>
 
-#if defined(__SANITIZE_ADDRESS__)
-#include <sanitizer/asan_interface.h>
-#define VTQR_POISON(p, n) ASAN_POISON_MEMORY_REGION(p, n)
-#define VTQR_UNPOISON(p, n) ASAN_UNPOISON_MEMORY_REGION(p, n)
-#else
-#define VTQR_POISON(p, n) ((void)(p), (void)(n))
-#define VTQR_UNPOISON(p, n) ((void)(p), (void)(n))
-#endif
-
 #include <limits>
 
 #include "volume/resize_scratch.h"

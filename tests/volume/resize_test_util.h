@@ -27,12 +27,6 @@ inline constexpr int kCodes[] = {1, 2, 4, 5, 6, 7};
 // The byte every destination starts as, so that untouched voxels can be recognised.
 inline constexpr uint8_t kUntouched = 0xA5;
 
-class ThreadCount {
- public:
-  explicit ThreadCount(int count) { vtqSetNumThreads(count); }
-  ~ThreadCount() { vtqSetNumThreads(0); }
-};
-
 template <class T>
 double Highest() {
   return std::is_same_v<T, Vtq32f> ? 0.0 : double((1 << (8 * sizeof(T))) - 1);

@@ -87,17 +87,20 @@ struct Linear {
       f[a][0] = _mm_sub_ps(pos[a], _mm_cvtepi32_ps(part));
       i.Set(a, part);
     }
+    // Each lane's pair of rows in a slice is one row address and the next: a slice pointer
+    // and a multiplication per slice, not per row.
     constexpr int kPlanes = kAxes == 3 ? 2 : 1;
     __m128 planes[2];
     for (int kz = 0; kz < kPlanes; ++kz) {
+      const T* runs[2][4];
+      for (int l = 0; l < 4; ++l) {
+        runs[0][l] = src.Row(i.axis[1][l], i.z(l) + kz) + i.axis[0][l];
+        runs[1][l] = src.NextRow(runs[0][l]);
+      }
       __m128 rows[2];
       for (int ky = 0; ky < 2; ++ky) {
-        const T* runs[4];
-        for (int l = 0; l < 4; ++l) {
-          runs[l] = src.Row(i.axis[1][l] + ky, i.z(l) + kz) + i.axis[0][l];
-        }
         __m128 taps[2];
-        LoadTapRuns(runs, taps);
+        LoadTapRuns(runs[ky], taps);
         rows[ky] = Blend<2>::Apply(taps, f[0]);
       }
       planes[kz] = Blend<2>::Apply(rows, f[1]);

@@ -51,6 +51,7 @@ struct PointSource {
   const float* samples;  // the code's sampled kernel (cubic codes only)
 
   const T* Row(int64_t y, int64_t z) const { return volume.Row(y, z); }
+  const T* NextRow(const T* row) const { return volume.NextRow(row); }
 };
 
 // A bound as a float, rounded towards the inside of the VOI. Indices up to 2^24 are exact

@@ -41,6 +41,9 @@ struct MapRow {
 // The maps: one array of slice pointers per axis, sharing one row step.
 template <int kAxes>
 struct MapPositions {
+  // Maps usually follow the destination closely: whole rows keep the map and destination
+  // rows streaming.
+  static constexpr int64_t kTile[3] = {0, 0, 0};
   const Vtq32f* const* maps[kAxes];
   int64_t rowStep;
 

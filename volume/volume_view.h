@@ -55,6 +55,8 @@ class SliceVolume {
   T* Row(int64_t y, int64_t z) const {
     return AtByteOffset(slices_[z], static_cast<ptrdiff_t>(y * rowStep_));
   }
+  // The row after `row` in the same slice.
+  T* NextRow(T* row) const { return AtByteOffset(row, static_cast<ptrdiff_t>(rowStep_)); }
 
  private:
   T* const* slices_;

@@ -27,7 +27,8 @@ void RadixSort(Event* events, Event* scratch, size_t count) {
   Event* to = scratch;
   for (int shift = 0; shift < 32; shift += kDigitBits) {
     size_t histogram[kDigits] = {};
-    for (size_t i = 0; i < count; ++i) ++histogram[(OrderedBits(from[i].key) >> shift) & (kDigits - 1)];
+    for (size_t i = 0; i < count; ++i)
+      ++histogram[(OrderedBits(from[i].key) >> shift) & (kDigits - 1)];
     size_t sum = 0;
     for (uint32_t d = 0; d < kDigits; ++d) {
       size_t n = histogram[d];
@@ -88,8 +89,8 @@ float FloatUp(double x) {
 
 }  // namespace
 
-bool ClipTriangle(const float* a, const float* b, const float* c, const Box& box,
-                  const Box& cell, Box* clipped) {
+bool ClipTriangle(const float* a, const float* b, const float* c, const Box& box, const Box& cell,
+                  Box* clipped) {
   // Every clipped corner is off by a few double roundings of the largest magnitude in play.
   // Clipping against the cell grown by a margin far above that error, and growing the result
   // by it again, keeps the bounds conservative: a triangle is dropped only when it misses the
@@ -98,8 +99,8 @@ bool ClipTriangle(const float* a, const float* b, const float* c, const Box& box
   // outward rounding to float swallows it.
   double magnitude = 0;
   for (int k = 0; k < 3; ++k) {
-    for (double x : {double(a[k]), double(b[k]), double(c[k]), double(cell.lo[k]),
-                     double(cell.hi[k])}) {
+    for (double x :
+         {double(a[k]), double(b[k]), double(c[k]), double(cell.lo[k]), double(cell.hi[k])}) {
       magnitude = std::max(magnitude, std::fabs(x));
     }
   }
@@ -162,8 +163,8 @@ void MergeEventLists(const Event* a, int countA, const Event* b, int countB, Eve
   for (int list = 0; list < kListsPerNode; ++list) {
     const Event* fromA = a + list * size_t(countA);
     const Event* fromB = b + list * size_t(countB);
-    std::merge(fromA, fromA + countA, fromB, fromB + countB,
-               out + list * size_t(countA + countB), byKey);
+    std::merge(fromA, fromA + countA, fromB, fromB + countB, out + list * size_t(countA + countB),
+               byKey);
   }
 }
 

@@ -40,8 +40,7 @@ inline constexpr size_t kSplitSpareEvents = 1;
 
 // Fills the six lists of the triangles `ids[0..count)`, each sorted by key. `scratch` holds
 // `count` events.
-void BuildRootEvents(const Box* boxes, const int32_t* ids, int count, Event* lists,
-                     Event* scratch);
+void BuildRootEvents(const Box* boxes, const int32_t* ids, int count, Event* lists, Event* scratch);
 
 // Hands each of a node's six lists on to the children, keeping the order: a triangle goes below
 // when side[triangle] has kSideBelow and above when it has kSideAbove. A null child is skipped.
@@ -61,8 +60,8 @@ AxisSplit SearchAxisEvents(const Event* starts, const Event* ends, int count, co
 // never looser than `box`, the triangle's own bounds. Returns false when the triangle misses the
 // closed cell. Conservative: a triangle within rounding distance of the cell counts as meeting
 // it, and the bounds hold every point of the triangle that lies in the cell.
-bool ClipTriangle(const float* a, const float* b, const float* c, const Box& box,
-                  const Box& cell, Box* clipped);
+bool ClipTriangle(const float* a, const float* b, const float* c, const Box& box, const Box& cell,
+                  Box* clipped);
 
 // A triangle's bounds in one child after clipping, with bit `axis` of `flatAxes` set when the
 // whole triangle is flat on that axis (the events carry kFlatBit for it, as at the root).

@@ -34,9 +34,7 @@ static_assert(kWalkStackSize >= static_cast<int>(kMaxDepth));
 
 VTQR_NODE_INLINE bool IsLeaf(VtqrKDTreeNode node) { return node.w0 < 0; }
 VTQR_NODE_INLINE int SplitAxis(VtqrKDTreeNode node) { return node.w0 & 3; }
-VTQR_NODE_INLINE float SplitPosition(VtqrKDTreeNode node) {
-  return std::bit_cast<float>(node.w1);
-}
+VTQR_NODE_INLINE float SplitPosition(VtqrKDTreeNode node) { return std::bit_cast<float>(node.w1); }
 VTQR_NODE_INLINE int32_t ChildOffset(VtqrKDTreeNode node) { return node.w0 & ~7; }
 
 // The child below the split plane; the one above it is the next node.
@@ -65,9 +63,7 @@ VTQR_NODE_INLINE LeafKind KindOfLeaf(VtqrKDTreeNode leaf) {
 
 // Out-of-line list: byte offset from the node to its first number, and the count. Widened
 // before negating, so that even a corrupt w0 of INT32_MIN reads without overflow.
-VTQR_NODE_INLINE int64_t ListOffset(VtqrKDTreeNode leaf) {
-  return -static_cast<int64_t>(leaf.w0);
-}
+VTQR_NODE_INLINE int64_t ListOffset(VtqrKDTreeNode leaf) { return -static_cast<int64_t>(leaf.w0); }
 VTQR_NODE_INLINE int32_t ListCount(VtqrKDTreeNode leaf) { return leaf.w1; }
 
 // Compact leaf: the count (1 to 3 in a good tree) and the numbers, written to ids[0 .. count).
@@ -98,9 +94,9 @@ VTQR_NODE_INLINE LeafTriangles ReadLeaf(const VtqrKDTreeNode* leaf, int32_t scra
     case LeafKind::kEmpty:
       return {scratch, 0};
     case LeafKind::kList:
-      return {reinterpret_cast<const int32_t*>(reinterpret_cast<const char*>(leaf) +
-                                               ListOffset(*leaf)),
-              ListCount(*leaf)};
+      return {
+          reinterpret_cast<const int32_t*>(reinterpret_cast<const char*>(leaf) + ListOffset(*leaf)),
+          ListCount(*leaf)};
     case LeafKind::kCompact:
       break;
   }

@@ -99,8 +99,8 @@ class SahBuilder {
                 VtqrKDTreeNode** ppTree, int* pTreeSize);
 
  private:
-  bool PrepareTriangles(const Vtq32f* pVert, const Vtq32s* pTriIndex, int vertCount,
-                        int triCount, WorkItem* root);
+  bool PrepareTriangles(const Vtq32f* pVert, const Vtq32s* pTriIndex, int vertCount, int triCount,
+                        WorkItem* root);
   VtqStatus Process(const Pending& node);
   VtqStatus MakeLeaf(const Pending& node);
   VtqStatus Split(const Pending& node, const AxisSplit& split, int axis);
@@ -118,8 +118,8 @@ class SahBuilder {
   const Vtq32s* triIndex_ = nullptr;
   Scratch<Box> boxes_;
   Scratch<uint8_t> side_;
-  Scratch<float> end_;              // a node's end keys on its split axis, by triangle
-  Scratch<uint32_t> straddlers_;    // triangles of a large node crossing its plane
+  Scratch<float> end_;                // a node's end keys on its split axis, by triangle
+  Scratch<uint32_t> straddlers_;      // triangles of a large node crossing its plane
   Scratch<ClippedTriangle> clipped_;  // their bounds in the upper child, then the lower
   Scratch<Event> clippedEvents_;
   Scratch<Event> events_;
@@ -181,8 +181,8 @@ bool SahBuilder::PrepareTriangles(const Vtq32f* pVert, const Vtq32s* pTriIndex, 
   return true;
 }
 
-VtqStatus SahBuilder::Run(const Vtq32f* pVert, const Vtq32s* pTriIndex, int vertCount,
-                          int triCount, VtqrKDTreeNode** ppTree, int* pTreeSize) {
+VtqStatus SahBuilder::Run(const Vtq32f* pVert, const Vtq32s* pTriIndex, int vertCount, int triCount,
+                          VtqrKDTreeNode** ppTree, int* pTreeSize) {
   auto* root = static_cast<WorkItem*>(arena_.Take(sizeof(WorkItem)));
   if (root == nullptr) return vtqStsErrMemBudget;
   if (!PrepareTriangles(pVert, pTriIndex, vertCount, triCount, root)) return vtqStsErrMemBudget;
@@ -326,8 +326,8 @@ VtqStatus SahBuilder::Split(const Pending& node, const AxisSplit& split, int axi
         !clippedEvents_.Reserve(NodeEvents(std::max(clippedCount, 1)))) {
       return vtqStsErrMemBudget;
     }
-    SplitEventLists(Lists(node), n, side_.data(), &events_[passUpper], above,
-                    &events_[passLower], below);
+    SplitEventLists(Lists(node), n, side_.data(), &events_[passUpper], above, &events_[passLower],
+                    below);
     Event* upperEvents = clippedEvents_.data();
     Event* lowerEvents = upperEvents + NodeEvents(upperClipped);
     ClippedEvents(clipped_.data(), upperClipped, upperEvents);
@@ -335,8 +335,7 @@ VtqStatus SahBuilder::Split(const Pending& node, const AxisSplit& split, int axi
     MergeEventLists(&events_[passUpper], above, upperEvents, upperClipped, &events_[merged]);
     MergeEventLists(&events_[passLower], below, lowerEvents, lowerClipped,
                     &events_[merged + upperSize]);
-    std::memmove(&events_[node.offset], &events_[merged],
-                 sizeof(Event) * (upperSize + lowerSize));
+    std::memmove(&events_[node.offset], &events_[merged], sizeof(Event) * (upperSize + lowerSize));
   }
   Pending upperPending{&upper, node.offset};
   Pending lowerPending{&lower, node.offset + upperSize};

@@ -25,8 +25,8 @@ enum class Fork {
 // calling thread alone, since waking a team would cost more than it saves.
 inline constexpr int kMinParallelExtent = 16;
 inline Fork WhenThreadedAndLarge(int width, int height, int depth) {
-  const bool large =
-      width >= kMinParallelExtent && height >= kMinParallelExtent && depth >= kMinParallelExtent;
+  const bool large = width >= kMinParallelExtent && height >= kMinParallelExtent &&
+                     depth >= kMinParallelExtent;
   return large ? Fork::kWhenThreaded : Fork::kNever;
 }
 

@@ -16,10 +16,14 @@ constexpr char kTargetCpu[4] = "n8";
 constexpr const char* kName = "vtqRR Vell (n8)";
 #endif
 
-const VtqLibVersion kVersion = {
-    VTQR_VERSION_MAJOR, VTQR_VERSION_MINOR, VTQR_VERSION_MAJOR_BUILD, VTQR_VERSION_BUILD,
-    {kTargetCpu[0], kTargetCpu[1], kTargetCpu[2], kTargetCpu[3]},
-    kName, kVersionText, kBuildDate};
+const VtqLibVersion kVersion = {VTQR_VERSION_MAJOR,
+                                VTQR_VERSION_MINOR,
+                                VTQR_VERSION_MAJOR_BUILD,
+                                VTQR_VERSION_BUILD,
+                                {kTargetCpu[0], kTargetCpu[1], kTargetCpu[2], kTargetCpu[3]},
+                                kName,
+                                kVersionText,
+                                kBuildDate};
 
 }  // namespace
 

@@ -32,7 +32,7 @@ extern "C" {
 #define VTQ_CPU_MOVBE 0x20ull
 #define VTQ_CPU_SSE41 0x40ull
 #define VTQ_CPU_SSE42 0x80ull
-#define VTQ_CPU_AVX 0x100ull   /* set only when the OS saves the YMM state */
+#define VTQ_CPU_AVX 0x100ull /* set only when the OS saves the YMM state */
 #define VTQ_CPU_AES 0x200ull
 #define VTQ_CPU_CLMUL 0x400ull
 #define VTQ_CPU_F16C 0x800ull

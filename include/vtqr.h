@@ -22,12 +22,12 @@
 #ifndef VTQR_H
 #define VTQR_H
 
-#include "vtqr/types.h"
-#include "vtqr/version.h"
-#include "vtqr/frame.h"
 #include "vtqr/accel.h"
+#include "vtqr/frame.h"
 #include "vtqr/raycast.h"
 #include "vtqr/sh.h"
+#include "vtqr/types.h"
+#include "vtqr/version.h"
 #include "vtqr/volume.h"
 
 #endif /* VTQR_H */

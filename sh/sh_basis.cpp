@@ -19,8 +19,8 @@ namespace {
 // finds them in cache.
 constexpr uint64_t kStreamBytes = uint64_t{16} << 20;
 
-void EvalRecurrenceMany(const VtqrSHState* state, const float* x, const float* y,
-                        const float* z, int n, Vtq32u order, float* dst) {
+void EvalRecurrenceMany(const VtqrSHState* state, const float* x, const float* y, const float* z,
+                        int n, Vtq32u order, float* dst) {
   const float* a = state->tableA;
   const float* b = state->tableB;
   const size_t setSize = static_cast<size_t>(order + 1) * (order + 1);
@@ -83,8 +83,7 @@ VtqStatus CheckTransform(int n, Vtq32u order, const VtqrSHState* state) {
 
 VtqStatus SH_32f(const Vtq32f* pX, const Vtq32f* pY, const Vtq32f* pZ, int n, Vtq32f* pDst,
                  Vtq32u order, const VtqrSHState* pState) {
-  if (pX == nullptr || pY == nullptr || pZ == nullptr || pDst == nullptr ||
-      pState == nullptr) {
+  if (pX == nullptr || pY == nullptr || pZ == nullptr || pDst == nullptr || pState == nullptr) {
     return vtqStsErrNullPtr;
   }
   if (n == 0) return vtqStsErrSize;

@@ -75,8 +75,7 @@ void ForEachDirection(const float* x, const float* y, const float* z, int n, flo
 
 }  // namespace
 
-void EvalDirect(const float* x, const float* y, const float* z, int n, float* dst,
-                unsigned order) {
+void EvalDirect(const float* x, const float* y, const float* z, int n, float* dst, unsigned order) {
   const size_t setSize = static_cast<size_t>(order + 1) * (order + 1);
   ForEachDirection(x, y, z, n, dst, setSize, [order](auto vx, auto vy, auto vz, auto& sink) {
     EvalBands(vx, vy, vz, sink, order);

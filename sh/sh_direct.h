@@ -11,8 +11,7 @@ namespace sh {
 
 // Writes n consecutive sets of (order+1)^2 floats to dst, direction i's set at
 // dst + i*(order+1)^2, Y(l, m) at index l*l + l + m. order <= 15, n >= 1.
-void EvalDirect(const float* x, const float* y, const float* z, int n, float* dst,
-                unsigned order);
+void EvalDirect(const float* x, const float* y, const float* z, int n, float* dst, unsigned order);
 
 // Writes n consecutive sets of 2*band+1 floats, Y(band, -band..band). band <= 15, n >= 1.
 // Each value has the same bits as in EvalDirect's set.

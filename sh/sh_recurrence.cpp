@@ -34,7 +34,7 @@ void EvalRecurrence1(const float* a, const float* b, float x, float y, float z, 
   for (unsigned l = 2; l <= order; ++l) {
     const size_t s = l * (l + 1) / 2;
     const unsigned k = l - 1;
-    const float* prev = dst + k * k + k;                    // centre of band l-1
+    const float* prev = dst + k * k + k;                     // centre of band l-1
     const float* prev2 = dst + (l - 2) * (l - 2) + (l - 2);  // centre of band l-2
     float* cur = dst + l * l + l;
 

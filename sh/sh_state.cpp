@@ -41,8 +41,8 @@ void FillRecurrenceTables(float* a, float* b, Vtq32u order) {
     const int64_t fourL2Minus1 = 4 * li * li - 1;
 
     // Y(l,0) step: z coefficient in double, l-2 coefficient from a float quotient.
-    a[s] = static_cast<float>(std::sqrt(static_cast<double>(fourL2Minus1)) /
-                              static_cast<double>(li));
+    a[s] =
+        static_cast<float>(std::sqrt(static_cast<double>(fourL2Minus1)) / static_cast<double>(li));
     const float ratio0 = static_cast<float>(2 * li + 1) / static_cast<float>(2 * li - 3);
     b[s] = static_cast<float>((1.0 / static_cast<double>(li) - 1.0) *
                               std::sqrt(static_cast<double>(ratio0)));

@@ -47,8 +47,8 @@ void AccumulateScaled(const float* basis, float value, float* coeff, size_t coun
 // Runs the forward transform over n > 0 samples with a valid state; `valueOf(i, c)` reads
 // channel c of sample i and `dst[c]` is channel c's coefficient array.
 template <int kChannels, class ValueOf>
-void Forward(const float* x, const float* y, const float* z, int n, float* const* dst,
-             Vtq32u order, const VtqrSHState* state, ValueOf valueOf) {
+void Forward(const float* x, const float* y, const float* z, int n, float* const* dst, Vtq32u order,
+             const VtqrSHState* state, ValueOf valueOf) {
   constexpr size_t kStride = sh::kMaxSetSize;
   alignas(16) float basis[sh::kBlock * kStride];
   const size_t setSize = static_cast<size_t>(order + 1) * (order + 1);
@@ -65,20 +65,18 @@ void Forward(const float* x, const float* y, const float* z, int n, float* const
 
 }  // namespace
 
-VtqStatus SHTFwd_32f_C1I(const Vtq32f* pX, const Vtq32f* pY, const Vtq32f* pZ,
-                         const Vtq32f* pSrc, int n, Vtq32f* pSrcDst, Vtq32u order,
-                         const VtqrSHState* pState) {
+VtqStatus SHTFwd_32f_C1I(const Vtq32f* pX, const Vtq32f* pY, const Vtq32f* pZ, const Vtq32f* pSrc,
+                         int n, Vtq32f* pSrcDst, Vtq32u order, const VtqrSHState* pState) {
   if (!pX || !pY || !pZ || !pSrc || !pSrcDst || !pState) return vtqStsErrNullPtr;
   const VtqStatus status = sh::CheckTransform(n, order, pState);
   if (status != sh::kProceed) return status;
   float* const dst[1] = {pSrcDst};
-  Forward<1>(pX, pY, pZ, n, dst, order, pState,
-             [pSrc](size_t i, int) { return pSrc[i]; });
+  Forward<1>(pX, pY, pZ, n, dst, order, pState, [pSrc](size_t i, int) { return pSrc[i]; });
   return vtqStsOk;
 }
 
-VtqStatus SHTFwd_32f_C3P3I(const Vtq32f* pX, const Vtq32f* pY, const Vtq32f* pZ,
-                           const Vtq32f* pSrc, int n, Vtq32f* const pSrcDst[3], Vtq32u order,
+VtqStatus SHTFwd_32f_C3P3I(const Vtq32f* pX, const Vtq32f* pY, const Vtq32f* pZ, const Vtq32f* pSrc,
+                           int n, Vtq32f* const pSrcDst[3], Vtq32u order,
                            const VtqrSHState* pState) {
   if (!pX || !pY || !pZ || !pSrc || !pState) return vtqStsErrNullPtr;
   if (sh::PlanesNull(pSrcDst)) return vtqStsErrNullPtr;
@@ -90,15 +88,14 @@ VtqStatus SHTFwd_32f_C3P3I(const Vtq32f* pX, const Vtq32f* pY, const Vtq32f* pZ,
 }
 
 VtqStatus SHTFwd_32f_P3I(const Vtq32f* pX, const Vtq32f* pY, const Vtq32f* pZ,
-                         const Vtq32f* const pSrc[3], int n, Vtq32f* const pSrcDst[3],
-                         Vtq32u order, const VtqrSHState* pState) {
+                         const Vtq32f* const pSrc[3], int n, Vtq32f* const pSrcDst[3], Vtq32u order,
+                         const VtqrSHState* pState) {
   if (!pX || !pY || !pZ || !pState) return vtqStsErrNullPtr;
   if (sh::PlanesNull(pSrc)) return vtqStsErrNullPtr;
   if (sh::PlanesNull(pSrcDst)) return vtqStsErrNullPtr;
   const VtqStatus status = sh::CheckTransform(n, order, pState);
   if (status != sh::kProceed) return status;
-  Forward<3>(pX, pY, pZ, n, pSrcDst, order, pState,
-             [pSrc](size_t i, int c) { return pSrc[c][i]; });
+  Forward<3>(pX, pY, pZ, n, pSrcDst, order, pState, [pSrc](size_t i, int c) { return pSrc[c][i]; });
   return vtqStsOk;
 }
 

@@ -31,7 +31,7 @@ float Dot(const float* basis, const float* coeff, size_t paddedCount) {
     sum0 = _mm_add_ps(sum0, _mm_mul_ps(_mm_load_ps(basis + k), _mm_load_ps(coeff + k)));
     sum1 = _mm_add_ps(sum1, _mm_mul_ps(_mm_load_ps(basis + k + 4), _mm_load_ps(coeff + k + 4)));
   }
-  const __m128 lanes = _mm_add_ps(sum0, sum1);                   // p_r + p_(r+4)
+  const __m128 lanes = _mm_add_ps(sum0, sum1);                          // p_r + p_(r+4)
   const __m128 pairs = _mm_add_ps(lanes, _mm_movehl_ps(lanes, lanes));  // lane 0: r=0,2
   return _mm_cvtss_f32(_mm_add_ss(pairs, _mm_shuffle_ps(pairs, pairs, 1)));
 }
@@ -39,8 +39,8 @@ float Dot(const float* basis, const float* coeff, size_t paddedCount) {
 // Runs the inverse transform over n > 0 directions with a valid state. `store(i, c, value)`
 // writes channel c of direction i.
 template <int kChannels, class Store>
-void Inverse(const float* const* src, Vtq32u order, const float* x, const float* y,
-             const float* z, int n, const VtqrSHState* state, Store store) {
+void Inverse(const float* const* src, Vtq32u order, const float* x, const float* y, const float* z,
+             int n, const VtqrSHState* state, Store store) {
   const size_t setSize = static_cast<size_t>(order + 1) * (order + 1);
   const size_t padded = RoundUp8(setSize);
 

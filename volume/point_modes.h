@@ -37,9 +37,7 @@ template <int kAxes>
 struct LaneIndices {
   alignas(16) int32_t axis[kAxes][4];
 
-  void Set(int a, __m128i lanes) {
-    _mm_store_si128(reinterpret_cast<__m128i*>(axis[a]), lanes);
-  }
+  void Set(int a, __m128i lanes) { _mm_store_si128(reinterpret_cast<__m128i*>(axis[a]), lanes); }
   int32_t z(int lane) const {
     if constexpr (kAxes == 3) return axis[2][lane];
     return 0;
@@ -143,7 +141,8 @@ struct Cubic {
       // i < 1, or i >= upper - 1
       const __m128i nearUpper =
           _mm_cmpgt_epi32(part, _mm_sub_epi32(src.upperIndex[a], _mm_set1_epi32(2)));
-      border = _mm_or_si128(border, _mm_or_si128(_mm_cmplt_epi32(part, _mm_set1_epi32(1)), nearUpper));
+      border = _mm_or_si128(border,
+                            _mm_or_si128(_mm_cmplt_epi32(part, _mm_set1_epi32(1)), nearUpper));
       i.Set(a, part);
     }
     // The rows of x taps, blended along x: interior lanes read each run of four taps whole;

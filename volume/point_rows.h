@@ -60,8 +60,8 @@ void StoreLanes(T* dst, __m128i lanes, int laneBits) {
 // Lanes that fail take the VOI's lower corner before sampling, so that they too read only
 // inside the volume, whatever their position was; their results are dropped.
 template <class Mode, class T, int kAxes>
-__attribute__((always_inline)) inline void SampleGroup(const PointSource<T, kAxes>& src, __m128 (&pos)[kAxes],
-                                                      T* dst) {
+__attribute__((always_inline)) inline void SampleGroup(const PointSource<T, kAxes>& src,
+                                                       __m128 (&pos)[kAxes], T* dst) {
   __m128 inside = _mm_castsi128_ps(_mm_set1_epi32(-1));
   for (int a = 0; a < kAxes; ++a) {
     inside = _mm_and_ps(inside, _mm_and_ps(_mm_cmpge_ps(pos[a], src.lowerLanes[a]),
@@ -92,8 +92,8 @@ struct PointJob {
 
 // The destination voxels [x0, x1) of one row (relative to the region), in groups of four.
 template <class Mode, class T, int kAxes, class Row>
-void SampleSegment(const PointSource<T, kAxes>& src, const Row& positions, int64_t x0,
-                   int64_t x1, T* dst) {
+void SampleSegment(const PointSource<T, kAxes>& src, const Row& positions, int64_t x0, int64_t x1,
+                   T* dst) {
   __m128 pos[kAxes];
   int64_t x = x0;
   for (; x + 4 <= x1; x += 4) {
@@ -142,15 +142,14 @@ template <class Job>
 using RegionRoutine = void (*)(const Job&, int64_t, int64_t, int64_t, int64_t);
 
 template <class Job>
-inline constexpr RegionRoutine<Job> kRegionRoutines[8] = {
-    nullptr,
-    SampleRegion<Nearest, Job>,
-    SampleRegion<Linear, Job>,
-    nullptr,
-    SampleRegion<Cubic, Job>,
-    SampleRegion<Cubic, Job>,
-    SampleRegion<Cubic, Job>,
-    SampleRegion<Cubic, Job>};
+inline constexpr RegionRoutine<Job> kRegionRoutines[8] = {nullptr,
+                                                          SampleRegion<Nearest, Job>,
+                                                          SampleRegion<Linear, Job>,
+                                                          nullptr,
+                                                          SampleRegion<Cubic, Job>,
+                                                          SampleRegion<Cubic, Job>,
+                                                          SampleRegion<Cubic, Job>,
+                                                          SampleRegion<Cubic, Job>};
 
 // Runs a job with the routine of `code` (a code the source supports). A 3-D region's slices
 // are split over the threads when the region is at least 16 voxels on every axis; a planar
@@ -162,17 +161,14 @@ void RunPointJob(const Job& job, int code) {
   if (decltype(job.src)::kAxisCount == 2) {
     const Fork fork = WhenThreadedAndLarge(static_cast<int>(r.extent[0]),
                                            static_cast<int>(r.extent[1]), kMinParallelExtent);
-    ParallelChunks(r.extent[1], fork, [&](int64_t begin, int64_t end) {
-      routine(job, 0, 1, begin, end);
-    });
+    ParallelChunks(r.extent[1], fork,
+                   [&](int64_t begin, int64_t end) { routine(job, 0, 1, begin, end); });
     return;
   }
-  const Fork fork = WhenThreadedAndLarge(static_cast<int>(r.extent[0]),
-                                         static_cast<int>(r.extent[1]),
-                                         static_cast<int>(r.extent[2]));
-  ParallelChunks(r.extent[2], fork, [&](int64_t begin, int64_t end) {
-    routine(job, begin, end, 0, r.extent[1]);
-  });
+  const Fork fork = WhenThreadedAndLarge(
+      static_cast<int>(r.extent[0]), static_cast<int>(r.extent[1]), static_cast<int>(r.extent[2]));
+  ParallelChunks(r.extent[2], fork,
+                 [&](int64_t begin, int64_t end) { routine(job, begin, end, 0, r.extent[1]); });
 }
 
 }  // namespace volume

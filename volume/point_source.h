@@ -24,7 +24,9 @@ namespace volume {
 // A planar call sees its slice as a volume of depth 1 and its VOI as the x/y part of the
 // caller's: the z part plays no role.
 inline VtqVolumeSize PlanarVolume(int width, int height) { return {width, height, 1}; }
-inline VtqCuboid PlanarVOI(const VtqCuboid& voi) { return {voi.x, voi.y, 0, voi.width, voi.height, 1}; }
+inline VtqCuboid PlanarVOI(const VtqCuboid& voi) {
+  return {voi.x, voi.y, 0, voi.width, voi.height, 1};
+}
 
 // The mode a source of this size can support: the cubic taps reach up to voxel 2 at a
 // volume's low edge, so a source narrower than 4 voxels on some axis falls back to trilinear,
@@ -70,8 +72,7 @@ inline float FloatAtOrBelow(int32_t bound) {
 // the VOI trimmed to the volume and its bounds, for the mode `code` (already supported).
 template <class T, int kAxes>
 PointSource<T, kAxes> MakePointSource(const T* const* slices, int rowStep,
-                                      const VtqVolumeSize& volume, const VtqCuboid& voi,
-                                      int code) {
+                                      const VtqVolumeSize& volume, const VtqCuboid& voi, int code) {
   const VoiBounds bounds = BoundsOf(TrimToVolume(voi, volume));
   PointSource<T, kAxes> src{SliceVolume<const T>(slices, rowStep), {}, {}, {}, {}, nullptr};
   for (int a = 0; a < kAxes; ++a) {

@@ -90,9 +90,9 @@ VtqStatus RemapPlanar(const T* src, int width, int height, int srcStep, const Vt
 
 template <class T>
 VtqStatus Remap(const T* const* pSrc, VtqVolumeSize srcVolume, int srcStep, VtqCuboid srcVOI,
-                const Vtq32f* const* pxMap, const Vtq32f* const* pyMap,
-                const Vtq32f* const* pzMap, int mapStep, T* const* pDst, int dstStep,
-                VtqVolumeSize dstVolume, int interpolation) {
+                const Vtq32f* const* pxMap, const Vtq32f* const* pyMap, const Vtq32f* const* pzMap,
+                int mapStep, T* const* pDst, int dstStep, VtqVolumeSize dstVolume,
+                int interpolation) {
   if (pSrc == nullptr || pDst == nullptr) return vtqStsErrNullPtr;
   if (pxMap == nullptr || pyMap == nullptr || pzMap == nullptr) return vtqStsErrNullPtr;
   if (!IsValidVolumeSize(srcVolume) || !IsValidCuboid(srcVOI) || !IsValidVolumeSize(dstVolume)) {
@@ -112,14 +112,13 @@ VtqStatus Remap(const T* const* pSrc, VtqVolumeSize srcVolume, int srcStep, VtqC
 }  // namespace
 }  // namespace volume
 
-#define VTQR_REMAP_ENTRY_POINT(suffix, T)                                                        \
-  VtqStatus Remap_##suffix##_C1PV(const T* const* pSrc, VtqVolumeSize srcVolume, int srcStep,    \
-                                  VtqCuboid srcVOI, const Vtq32f* const* pxMap,                  \
-                                  const Vtq32f* const* pyMap, const Vtq32f* const* pzMap,        \
-                                  int mapStep, T* const* pDst, int dstStep,                      \
-                                  VtqVolumeSize dstVolume, int interpolation) {                  \
-    return volume::Remap(pSrc, srcVolume, srcStep, srcVOI, pxMap, pyMap, pzMap, mapStep, pDst,   \
-                         dstStep, dstVolume, interpolation);                                     \
+#define VTQR_REMAP_ENTRY_POINT(suffix, T)                                                      \
+  VtqStatus Remap_##suffix##_C1PV(                                                             \
+      const T* const* pSrc, VtqVolumeSize srcVolume, int srcStep, VtqCuboid srcVOI,            \
+      const Vtq32f* const* pxMap, const Vtq32f* const* pyMap, const Vtq32f* const* pzMap,      \
+      int mapStep, T* const* pDst, int dstStep, VtqVolumeSize dstVolume, int interpolation) {  \
+    return volume::Remap(pSrc, srcVolume, srcStep, srcVOI, pxMap, pyMap, pzMap, mapStep, pDst, \
+                         dstStep, dstVolume, interpolation);                                   \
   }
 
 VTQR_REMAP_ENTRY_POINT(8u, Vtq8u)

@@ -35,8 +35,8 @@ inline void TableWeights(const float* samples, __m128 t, __m128 (&w)[4]) {
   const __m128 absMask = _mm_castsi128_ps(_mm_set1_epi32(0x7FFFFFFF));
   const float offsets[4] = {-1.0f, 0.0f, 1.0f, 2.0f};
   for (int k = 0; k < 4; ++k) {
-    const __m128 d =
-        _mm_min_ps(_mm_and_ps(_mm_sub_ps(_mm_set1_ps(offsets[k]), t), absMask), _mm_set1_ps(2.0f));
+    const __m128 d = _mm_min_ps(_mm_and_ps(_mm_sub_ps(_mm_set1_ps(offsets[k]), t), absMask),
+                                _mm_set1_ps(2.0f));
     const __m128 u = _mm_mul_ps(d, _mm_set1_ps(static_cast<float>(kKernelSamplesPerVoxel)));
     const __m128i i = _mm_cvttps_epi32(_mm_min_ps(u, _mm_set1_ps(kKernelSamples - 2)));
     const __m128 r = _mm_sub_ps(u, _mm_cvtepi32_ps(i));

@@ -102,14 +102,14 @@ VtqStatus WarpAffinePlanar(const T* src, int width, int height, int srcStep,
   if (!InvertAffine(ReadAffine<2>(coeffs), &inverse)) return vtqStsErrCoeff;
   const T* const srcSlice[1] = {src};
   T* const dstSlice[1] = {dst};
-  return RunWarp<T, 2>(srcSlice, PlanarVolume(width, height), srcStep, PlanarVOI(srcVOI),
-                       dstSlice, dstStep, PlanarVOI(dstVOI), inverse, interpolation);
+  return RunWarp<T, 2>(srcSlice, PlanarVolume(width, height), srcStep, PlanarVOI(srcVOI), dstSlice,
+                       dstStep, PlanarVOI(dstVOI), inverse, interpolation);
 }
 
 template <class T>
-VtqStatus WarpAffine(const T* const* pSrc, VtqVolumeSize srcVolume, int srcStep,
-                     VtqCuboid srcVOI, T* const* pDst, int dstStep, VtqCuboid dstVOI,
-                     const double (*coeffs)[4], int interpolation) {
+VtqStatus WarpAffine(const T* const* pSrc, VtqVolumeSize srcVolume, int srcStep, VtqCuboid srcVOI,
+                     T* const* pDst, int dstStep, VtqCuboid dstVOI, const double (*coeffs)[4],
+                     int interpolation) {
   if (pSrc == nullptr || pDst == nullptr || coeffs == nullptr) return vtqStsErrNullPtr;
   if (!IsValidVolumeSize(srcVolume) || !IsValidCuboid(srcVOI) || !IsValidCuboid(dstVOI)) {
     return vtqStsErrSize;
@@ -140,13 +140,13 @@ VtqStatus WarpAffineGetBufSize(const VtqCuboid* srcVOI, const VtqCuboid* dstVOI,
 
 // The work buffer is taken so that code written for the size query's pattern (query, allocate,
 // pass) works unchanged; it is never read, and may be null.
-#define VTQR_WARP_ENTRY_POINT(suffix, T)                                                          \
-  VtqStatus WarpAffine_##suffix##_C1PV(const T* const* pSrc, VtqVolumeSize srcVolume,             \
-                                       int srcStep, VtqCuboid srcVOI, T* const* pDst,             \
-                                       int dstStep, VtqCuboid dstVOI, const double coeffs[3][4], \
-                                       int interpolation, Vtq8u* /*pBuffer*/) {                   \
-    return volume::WarpAffine(pSrc, srcVolume, srcStep, srcVOI, pDst, dstStep, dstVOI, coeffs,    \
-                              interpolation);                                                     \
+#define VTQR_WARP_ENTRY_POINT(suffix, T)                                                           \
+  VtqStatus WarpAffine_##suffix##_C1PV(const T* const* pSrc, VtqVolumeSize srcVolume, int srcStep, \
+                                       VtqCuboid srcVOI, T* const* pDst, int dstStep,              \
+                                       VtqCuboid dstVOI, const double coeffs[3][4],                \
+                                       int interpolation, Vtq8u* /*pBuffer*/) {                    \
+    return volume::WarpAffine(pSrc, srcVolume, srcStep, srcVOI, pDst, dstStep, dstVOI, coeffs,     \
+                              interpolation);                                                      \
   }
 
 VTQR_WARP_ENTRY_POINT(8u, Vtq8u)

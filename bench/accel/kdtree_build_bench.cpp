@@ -229,8 +229,8 @@ void BuildEmbree(benchmark::State& state, const Mesh* mesh, Row* row, RTCBuildQu
     rtcSetSceneBuildQuality(scene, quality);
     RTCGeometry geometry = rtcNewGeometry(device, RTC_GEOMETRY_TYPE_TRIANGLE);
     rtcSetGeometryBuildQuality(geometry, quality);
-    rtcSetSharedGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3,
-                               vert.data(), 0, 12, mesh->VertCount());
+    rtcSetSharedGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3, vert.data(),
+                               0, 12, mesh->VertCount());
     rtcSetSharedGeometryBuffer(geometry, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3,
                                mesh->tri.data(), 0, 16, mesh->TriCount());
     rtcCommitGeometry(geometry);
@@ -303,12 +303,13 @@ int main(int argc, char** argv) {
     auto configure = [](benchmark::internal::Benchmark* b) {
       b->UseManualTime()->Iterations(1)->Repetitions(5)->Unit(benchmark::kMillisecond);
     };
-    configure(benchmark::RegisterBenchmark(("KDTreeSAH/" + row->mesh).c_str(), BuildSah, mesh, row));
+    configure(
+        benchmark::RegisterBenchmark(("KDTreeSAH/" + row->mesh).c_str(), BuildSah, mesh, row));
 #if defined(VTQR_BENCH_EMBREE)
-    configure(benchmark::RegisterBenchmark(("EmbreeHigh/" + row->mesh).c_str(), BuildEmbree,
-                                           mesh, row, RTC_BUILD_QUALITY_HIGH, "embree high"));
-    configure(benchmark::RegisterBenchmark(("EmbreeMedium/" + row->mesh).c_str(), BuildEmbree,
-                                           mesh, row, RTC_BUILD_QUALITY_MEDIUM, "embree medium"));
+    configure(benchmark::RegisterBenchmark(("EmbreeHigh/" + row->mesh).c_str(), BuildEmbree, mesh,
+                                           row, RTC_BUILD_QUALITY_HIGH, "embree high"));
+    configure(benchmark::RegisterBenchmark(("EmbreeMedium/" + row->mesh).c_str(), BuildEmbree, mesh,
+                                           row, RTC_BUILD_QUALITY_MEDIUM, "embree medium"));
 #endif
   }
   vtqSetNumThreads(1);

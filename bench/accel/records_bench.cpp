@@ -37,8 +37,11 @@ void BaselineRecords(const Mesh& mesh, std::vector<VtqrTriangleAccel>* out) {
     float nz = e1[0] * e2[1] - e1[1] * e2[0];
     float q = 1.0f / nz;
     VtqrTriangleAccel& r = (*out)[t];
-    r = {0x01u, (e1[1] * e2[2] - e1[2] * e2[1]) * q, p[2], (e1[2] * e2[0] - e1[0] * e2[2]) * q,
-         p[0], p[1], e2[0] * q, e2[1] * q, e1[0] * q, e1[1] * q};
+    r = {0x01u,     (e1[1] * e2[2] - e1[2] * e2[1]) * q,
+         p[2],      (e1[2] * e2[0] - e1[0] * e2[2]) * q,
+         p[0],      p[1],
+         e2[0] * q, e2[1] * q,
+         e1[0] * q, e1[1] * q};
   }
 }
 

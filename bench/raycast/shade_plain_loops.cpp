@@ -50,7 +50,7 @@ bool Div(const float* src, const int32_t* mask, float* srcDst, int len) {
       srcDst[i] /= src[i];
     } else {
       float x = srcDst[i];
-      srcDst[i] = x > 0.0f ? std::numeric_limits<float>::infinity()
+      srcDst[i] = x > 0.0f   ? std::numeric_limits<float>::infinity()
                   : x < 0.0f ? -std::numeric_limits<float>::infinity()
                              : std::numeric_limits<float>::quiet_NaN();
       divByZero = true;

@@ -114,8 +114,7 @@ float* AllocFloats(size_t count) {
 void Validate(const float* library, const float* baseline, size_t count, const char* what) {
   for (size_t i = 0; i < count; ++i) {
     if (!(std::abs(library[i] - baseline[i]) <= 2e-5f)) {
-      std::fprintf(stderr, "%s: element %zu differs: %g vs %g\n", what, i, library[i],
-                   baseline[i]);
+      std::fprintf(stderr, "%s: element %zu differs: %g vs %g\n", what, i, library[i], baseline[i]);
       std::abort();
     }
   }
@@ -185,7 +184,12 @@ void BM_SHHuge(benchmark::State& st) {
   st.counters["dirs/s"] = benchmark::Counter(double(kHuge) * st.iterations(),
                                              benchmark::Counter::kIsRate);
 }
-BENCHMARK(BM_SHHuge)->ArgName("method")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_SHHuge)
+    ->ArgName("method")
+    ->Arg(0)
+    ->Arg(1)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 
 // Plain stores of the same 1 GiB, counted in the same direction units (1 KiB each).
 void BM_StoreMemset(benchmark::State& st) {
@@ -243,8 +247,8 @@ void BM_SHTFwd(benchmark::State& st) {
   std::vector<float> values(kSamples, 0.37f), coeff(256, 0.0f);
   StateBuffer s(15, method);
   for (auto _ : st) {
-    vtqrSHTFwd_32f_C1I(d.x.data(), d.y.data(), d.z.data(), values.data(), kSamples,
-                       coeff.data(), 15, s.get());
+    vtqrSHTFwd_32f_C1I(d.x.data(), d.y.data(), d.z.data(), values.data(), kSamples, coeff.data(),
+                       15, s.get());
     benchmark::ClobberMemory();
   }
   st.counters["samples/s"] = benchmark::Counter(double(kSamples) * st.iterations(),
@@ -274,8 +278,8 @@ void BM_SHTInv(benchmark::State& st) {
   std::vector<float> coeff(256, 0.01f), out(kSamples);
   StateBuffer s(15, method);
   for (auto _ : st) {
-    vtqrSHTInv_32f_C1(coeff.data(), 15, d.x.data(), d.y.data(), d.z.data(), out.data(),
-                      kSamples, s.get());
+    vtqrSHTInv_32f_C1(coeff.data(), 15, d.x.data(), d.y.data(), d.z.data(), out.data(), kSamples,
+                      s.get());
     benchmark::ClobberMemory();
   }
   st.counters["samples/s"] = benchmark::Counter(double(kSamples) * st.iterations(),

@@ -95,8 +95,7 @@ double ItkWarpField(ItkPixel pixel, const void* src, int side, const float* fiel
     case ItkPixel::k8u:
       return WarpField(static_cast<const uint8_t*>(src), side, field, static_cast<uint8_t*>(dst));
     case ItkPixel::k16u:
-      return WarpField(static_cast<const uint16_t*>(src), side, field,
-                       static_cast<uint16_t*>(dst));
+      return WarpField(static_cast<const uint16_t*>(src), side, field, static_cast<uint16_t*>(dst));
     default:
       return WarpField(static_cast<const float*>(src), side, field, static_cast<float*>(dst));
   }

@@ -17,10 +17,10 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
-#include <ctime>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <map>
 #include <sstream>
 #include <string>
@@ -214,8 +214,8 @@ void BM_Library(benchmark::State& state, Op op, int code, int threads) {
   std::vector<T> dst(kVoxels);
   Run(op, code, dst.data());  // builds the source and the field outside the timed runs
   vtqSetNumThreads(threads);
-  const std::string name =
-      CaseName(op, Type<T>::kName, ModeName(code)) + (threads == 1 ? " 1t" : " 2t");
+  const std::string name = CaseName(op, Type<T>::kName, ModeName(code)) +
+                           (threads == 1 ? " 1t" : " 2t");
   double seconds = 0;
   for (auto _ : state) {
     const double cpu = CpuNow(), wall = WallNow();
@@ -235,8 +235,8 @@ double RunItk(Op op, T* dst) {
   const Rotation& r = TenDegrees();
   return op == Op::kRemap ? vtqr::bench::ItkWarpField(Type<T>::kItk, Source<T>().data(), kSide,
                                                       DisplacementField().displacement.data(), dst)
-                          : vtqr::bench::ItkResampleAffine(Type<T>::kItk, Source<T>().data(),
-                                                           kSide, r.inverse, r.inverseOffset, dst);
+                          : vtqr::bench::ItkResampleAffine(Type<T>::kItk, Source<T>().data(), kSide,
+                                                           r.inverse, r.inverseOffset, dst);
 }
 
 template <class T>
@@ -357,9 +357,10 @@ bool MatchesScipy(const ScipyResults& scipy) {
 void PrintSummary(const ScipyResults& scipy) {
   const char* peers[2][3] = {{"map_coordinates o1", "map_coordinates o3", "WarpImageFilter"},
                              {"affine_transform o1", "affine_transform o3", "ResampleImageFilter"}};
-  std::printf("\nMedians, Mvox/s of destination voxels (256^3); one thread in CPU time, two in "
-              "wall time, 2t/1t in wall time.\nPeers on one thread, CPU time: scipy (order 1 "
-              "against linear, order 3 without prefilter against Catmull-Rom) and ITK (linear).\n");
+  std::printf(
+      "\nMedians, Mvox/s of destination voxels (256^3); one thread in CPU time, two in "
+      "wall time, 2t/1t in wall time.\nPeers on one thread, CPU time: scipy (order 1 "
+      "against linear, order 3 without prefilter against Catmull-Rom) and ITK (linear).\n");
   std::printf("%-26s %9s %9s %6s %11s %8s %10s %8s\n", "case", "1t Mvox/s", "2t Mvox/s", "2t/1t",
               "scipy Mvox/s", "x scipy", "ITK Mvox/s", "x ITK");
   for (Op op : {Op::kRemap, Op::kWarp}) {
@@ -417,7 +418,8 @@ void Register() {
 int main(int argc, char** argv) {
   // --library-only: the library's cases alone, for quick comparisons of its own versions.
   bool libraryOnly = false;
-  for (int i = 1; i < argc; ++i) libraryOnly = libraryOnly || std::strcmp(argv[i], "--library-only") == 0;
+  for (int i = 1; i < argc; ++i)
+    libraryOnly = libraryOnly || std::strcmp(argv[i], "--library-only") == 0;
   bool valid = true;
   for (Op op : {Op::kRemap, Op::kWarp}) {
     if (libraryOnly) break;

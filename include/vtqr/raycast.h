@@ -341,9 +341,8 @@ VTQR_API VtqStatus vtqrAddMulMul_32f_AC1P3IM(const Vtq32f pScale[3], const Vtq32
  * A NaN q (NaN or infinite positions) is not "at least one" and gives 1 on every path.
  * On the four-wide path a group of four dead rays gets 1 without its positions being read.
  * Checks: pPos, pMask, pDst. */
-VTQR_API VtqStatus vtqrDistAttenuationSO_32f_M(const Vtq32f pPoint[3],
-                                               const Vtq32f* const pPos[3], const Vtq32s* pMask,
-                                               Vtq32f* pDst, int len);
+VTQR_API VtqStatus vtqrDistAttenuationSO_32f_M(const Vtq32f pPoint[3], const Vtq32f* const pPos[3],
+                                               const Vtq32s* pMask, Vtq32f* pDst, int len);
 
 /* Builds the shadow rays from a light to the hit points and culls points lit from behind.
  * dir = hit - lightPos; c = normal.x*dir.x + normal.y*dir.y + normal.z*dir.z, taken as 0 when
@@ -365,9 +364,9 @@ VTQR_API VtqStatus vtqrCastShadowSO_32f(const Vtq32f pLightPos[3], const Vtq32f*
  * normalised, for live rays; dead rays get (0, 0, 0).
  * Checks: pIncident, pMask, pNormal, pDst. Runs four rays at a time whenever len is a
  * multiple of 4, aligned or not. */
-VTQR_API VtqStatus vtqrCastReflectionRay_32f(const Vtq32f* const pIncident[3],
-                                             const Vtq32s* pMask, const Vtq32f* const pNormal[3],
-                                             Vtq32f* const pDst[3], int len);
+VTQR_API VtqStatus vtqrCastReflectionRay_32f(const Vtq32f* const pIncident[3], const Vtq32s* pMask,
+                                             const Vtq32f* const pNormal[3], Vtq32f* const pDst[3],
+                                             int len);
 
 #ifdef __cplusplus
 }

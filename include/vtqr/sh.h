@@ -156,21 +156,20 @@ VTQR_API VtqStatus vtqrSHTFwd_32f_C3P3I(const Vtq32f* pX, const Vtq32f* pY, cons
 /* Forward, three channel planes: pSrc[c][i] is channel c of sample i; accumulates into
  * pSrcDst[0..2]. */
 VTQR_API VtqStatus vtqrSHTFwd_32f_P3I(const Vtq32f* pX, const Vtq32f* pY, const Vtq32f* pZ,
-                                      const Vtq32f* const pSrc[3], int n,
-                                      Vtq32f* const pSrcDst[3], Vtq32u order,
-                                      const VtqrSHState* pState);
+                                      const Vtq32f* const pSrc[3], int n, Vtq32f* const pSrcDst[3],
+                                      Vtq32u order, const VtqrSHState* pState);
 /* Inverse, one channel: pDst[i] = dot(basis of direction i, pSrc). */
 VTQR_API VtqStatus vtqrSHTInv_32f_C1(const Vtq32f* pSrc, Vtq32u order, const Vtq32f* pX,
                                      const Vtq32f* pY, const Vtq32f* pZ, Vtq32f* pDst, int n,
                                      const VtqrSHState* pState);
 /* Inverse, three channels to planes: pDst[c][i] = dot(basis of direction i, pSrc[c]). */
-VTQR_API VtqStatus vtqrSHTInv_32f_P3(const Vtq32f* const pSrc[3], Vtq32u order,
-                                     const Vtq32f* pX, const Vtq32f* pY, const Vtq32f* pZ,
-                                     Vtq32f* const pDst[3], int n, const VtqrSHState* pState);
+VTQR_API VtqStatus vtqrSHTInv_32f_P3(const Vtq32f* const pSrc[3], Vtq32u order, const Vtq32f* pX,
+                                     const Vtq32f* pY, const Vtq32f* pZ, Vtq32f* const pDst[3],
+                                     int n, const VtqrSHState* pState);
 /* Inverse, three channels interleaved: pDst[3i+c] = dot(basis of direction i, pSrc[c]). */
-VTQR_API VtqStatus vtqrSHTInv_32f_P3C3(const Vtq32f* const pSrc[3], Vtq32u order,
-                                       const Vtq32f* pX, const Vtq32f* pY, const Vtq32f* pZ,
-                                       Vtq32f* pDst, int n, const VtqrSHState* pState);
+VTQR_API VtqStatus vtqrSHTInv_32f_P3C3(const Vtq32f* const pSrc[3], Vtq32u order, const Vtq32f* pX,
+                                       const Vtq32f* pY, const Vtq32f* pZ, Vtq32f* pDst, int n,
+                                       const VtqrSHState* pState);
 
 #ifdef __cplusplus
 }

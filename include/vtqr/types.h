@@ -59,14 +59,14 @@ enum VtqStatusCode {
 
 /* Describes the library and the code path chosen when it was loaded. */
 typedef struct VtqLibVersion {
-  int32_t major;          /* 7 */
-  int32_t minor;          /* 1 */
-  int32_t majorBuild;     /* 0 */
-  int32_t build;          /* 36264 */
-  char targetCpu[4];      /* "u8" or "n8", zero-filled: the active code path */
-  const char* name;       /* "vtqRR SSSE3 (u8)" or "vtqRR Vell (n8)" */
-  const char* version;    /* "7.1.0 (r36264)" */
-  const char* buildDate;  /* "Jul 23 2012" */
+  int32_t major;         /* 7 */
+  int32_t minor;         /* 1 */
+  int32_t majorBuild;    /* 0 */
+  int32_t build;         /* 36264 */
+  char targetCpu[4];     /* "u8" or "n8", zero-filled: the active code path */
+  const char* name;      /* "vtqRR SSSE3 (u8)" or "vtqRR Vell (n8)" */
+  const char* version;   /* "7.1.0 (r36264)" */
+  const char* buildDate; /* "Jul 23 2012" */
 } VtqLibVersion;
 
 #ifdef __cplusplus

@@ -273,8 +273,8 @@ VTQR_API VtqStatus vtqrResize_32f_C1PV(const Vtq32f* const* pSrc, VtqVolumeSize 
  * its rows the same way when the destination is at least 16 wide and high. Otherwise, or
  * when called from inside a parallel region, the calling thread does all the work. No work
  * buffer is used and nothing is allocated. Source, maps and destination must not overlap. */
-VTQR_API VtqStatus vtqrRemap_8u_C1PV(const Vtq8u* const* pSrc, VtqVolumeSize srcVolume,
-                                     int srcStep, VtqCuboid srcVOI, const Vtq32f* const* pxMap,
+VTQR_API VtqStatus vtqrRemap_8u_C1PV(const Vtq8u* const* pSrc, VtqVolumeSize srcVolume, int srcStep,
+                                     VtqCuboid srcVOI, const Vtq32f* const* pxMap,
                                      const Vtq32f* const* pyMap, const Vtq32f* const* pzMap,
                                      int mapStep, Vtq8u* const* pDst, int dstStep,
                                      VtqVolumeSize dstVolume, int interpolation);
@@ -352,19 +352,16 @@ VTQR_API VtqStatus vtqrWarpAffineGetBufSize(const VtqCuboid* srcVOI, const VtqCu
 
 VTQR_API VtqStatus vtqrWarpAffine_8u_C1PV(const Vtq8u* const* pSrc, VtqVolumeSize srcVolume,
                                           int srcStep, VtqCuboid srcVOI, Vtq8u* const* pDst,
-                                          int dstStep, VtqCuboid dstVOI,
-                                          const double coeffs[3][4], int interpolation,
-                                          Vtq8u* pBuffer);
+                                          int dstStep, VtqCuboid dstVOI, const double coeffs[3][4],
+                                          int interpolation, Vtq8u* pBuffer);
 VTQR_API VtqStatus vtqrWarpAffine_16u_C1PV(const Vtq16u* const* pSrc, VtqVolumeSize srcVolume,
                                            int srcStep, VtqCuboid srcVOI, Vtq16u* const* pDst,
-                                           int dstStep, VtqCuboid dstVOI,
-                                           const double coeffs[3][4], int interpolation,
-                                           Vtq8u* pBuffer);
+                                           int dstStep, VtqCuboid dstVOI, const double coeffs[3][4],
+                                           int interpolation, Vtq8u* pBuffer);
 VTQR_API VtqStatus vtqrWarpAffine_32f_C1PV(const Vtq32f* const* pSrc, VtqVolumeSize srcVolume,
                                            int srcStep, VtqCuboid srcVOI, Vtq32f* const* pDst,
-                                           int dstStep, VtqCuboid dstVOI,
-                                           const double coeffs[3][4], int interpolation,
-                                           Vtq8u* pBuffer);
+                                           int dstStep, VtqCuboid dstVOI, const double coeffs[3][4],
+                                           int interpolation, Vtq8u* pBuffer);
 
 /* Filter ------------------------------------------------------------------------------------
  *
@@ -465,10 +462,10 @@ VTQR_API VtqStatus vtqrFilterGetBufSize(const VtqVolumeSize* dstVolume,
  *     counts as a size error).
  * Returns vtqStsOk after writing every destination voxel. The slice pointers inside pSrc and
  * pDst are not checked. */
-VTQR_API VtqStatus vtqrFilter_16s_C1PV(const Vtq16s* const* pSrc, int srcStep,
-                                       Vtq16s* const* pDst, int dstStep, VtqVolumeSize dstVolume,
-                                       const Vtq16s* pKernel, VtqVolumeSize kernelVolume,
-                                       VtqPoint3D anchor, int divisor, Vtq8u* pBuffer);
+VTQR_API VtqStatus vtqrFilter_16s_C1PV(const Vtq16s* const* pSrc, int srcStep, Vtq16s* const* pDst,
+                                       int dstStep, VtqVolumeSize dstVolume, const Vtq16s* pKernel,
+                                       VtqVolumeSize kernelVolume, VtqPoint3D anchor, int divisor,
+                                       Vtq8u* pBuffer);
 
 #ifdef __cplusplus
 }

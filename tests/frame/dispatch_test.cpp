@@ -20,9 +20,10 @@ struct Row {
 
 std::vector<Row> TableRows() {
   std::vector<Row> rows;
-#define VTQR_ROW(name, columns, ret, params, args)                                  \
-  rows.push_back({"vtqr" #name, std::string(#columns) == "DISTINCT",                \
-                  {reinterpret_cast<const void*>(kDispatchTable.name[kPathU8]),     \
+#define VTQR_ROW(name, columns, ret, params, args)                              \
+  rows.push_back({"vtqr" #name,                                                 \
+                  std::string(#columns) == "DISTINCT",                          \
+                  {reinterpret_cast<const void*>(kDispatchTable.name[kPathU8]), \
                    reinterpret_cast<const void*>(kDispatchTable.name[kPathN8])}});
   VTQR_FOR_EACH_EXPORT(VTQR_ROW)
 #undef VTQR_ROW
@@ -54,9 +55,10 @@ TEST(DispatchTable, PathRuleNeedsSsse3AndMovbe) {
     CodePath path;
   };
   const Case cases[] = {
-      {0x0, kPathU8},  {VTQ_CPU_MOVBE, kPathU8},          {VTQ_CPU_SSSE3, kPathU8},
-      {0x30, kPathN8}, {~0ull, kPathN8},                  {~0ull & ~VTQ_CPU_MOVBE, kPathU8},
-      {0x4, kPathU8},  {VTQ_CPU_SSE2 | VTQ_CPU_SSSE3, kPathU8},
+      {0x0, kPathU8},           {VTQ_CPU_MOVBE, kPathU8},
+      {VTQ_CPU_SSSE3, kPathU8}, {0x30, kPathN8},
+      {~0ull, kPathN8},         {~0ull & ~VTQ_CPU_MOVBE, kPathU8},
+      {0x4, kPathU8},           {VTQ_CPU_SSE2 | VTQ_CPU_SSSE3, kPathU8},
   };
   for (const Case& c : cases) {
     EXPECT_EQ(ChoosePath(c.mask), c.path) << "mask 0x" << std::hex << c.mask;

@@ -29,8 +29,8 @@ void ExpectedTables(int order, std::vector<float> &a, std::vector<float> &b) {
                               std::sqrt(double{float(2 * l + 1) / float(2 * l - 3)}));
     for (int m = 1; m < l; ++m) {
       a[s + m] = std::sqrt(float(4 * l * l - 1) / float(l * l - m * m));
-      const float q =
-          float((2 * l + 1) * ((l - 1) * (l - 1) - m * m)) / float((2 * l - 3) * (l * l - m * m));
+      const float q = float((2 * l + 1) * ((l - 1) * (l - 1) - m * m)) /
+                      float((2 * l - 3) * (l * l - m * m));
       b[s + m] = static_cast<float>(-std::sqrt(double{q}));
     }
   }

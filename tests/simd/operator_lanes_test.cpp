@@ -22,8 +22,13 @@ float Lane(F4 v, int lane) {
 }
 
 TEST(OperatorLanes, FourWideEqualsOneValue) {
-  const float values[] = {FromBits(0x7FC00001u), FromBits(0xFFA00002u),  // quiet, signalling NaN
-                          0.0f,  -0.0f, 1.0f, -2.5f, std::numeric_limits<float>::infinity()};
+  const float values[] = {FromBits(0x7FC00001u),
+                          FromBits(0xFFA00002u),  // quiet, signalling NaN
+                          0.0f,
+                          -0.0f,
+                          1.0f,
+                          -2.5f,
+                          std::numeric_limits<float>::infinity()};
   for (float a : values) {
     for (float b : values) {
       SCOPED_TRACE(::testing::Message() << HexBits(a) << ", " << HexBits(b));

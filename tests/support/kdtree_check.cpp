@@ -44,9 +44,9 @@ Bounded operator-(Bounded a, Bounded b) {
 }
 Bounded operator*(Bounded a, Bounded b) {
   Bounded r(a.v * b.v);
-  r.err =
-      (std::fabs(a.v) * b.err + std::fabs(b.v) * a.err + a.err * b.err) * (1 + 8 * kUnitRoundoff) +
-      kUnitRoundoff * std::fabs(r.v) + kUnderflowSlack;
+  r.err = (std::fabs(a.v) * b.err + std::fabs(b.v) * a.err + a.err * b.err) *
+              (1 + 8 * kUnitRoundoff) +
+          kUnitRoundoff * std::fabs(r.v) + kUnderflowSlack;
   return r;
 }
 

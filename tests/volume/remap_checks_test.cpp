@@ -42,8 +42,8 @@ const struct {
      vtqStsErrNullPtr},
     {"null pyMap before size", [](RemapCall& c) { c.nullMap[1] = true, c.srcVolume.width = 0; },
      vtqStsErrNullPtr},
-    {"null pzMap of a planar source", [](RemapCall& c) { c.nullMap[2] = true, c.srcVolume.depth = 1; },
-     vtqStsErrNullPtr},
+    {"null pzMap of a planar source",
+     [](RemapCall& c) { c.nullMap[2] = true, c.srcVolume.depth = 1; }, vtqStsErrNullPtr},
     {"srcVolume depth 0", [](RemapCall& c) { c.srcVolume.depth = 0; }, vtqStsErrSize},
     {"srcVOI y -1", [](RemapCall& c) { c.srcVOI.y = -1; }, vtqStsErrSize},
     {"srcVOI width 0", [](RemapCall& c) { c.srcVOI.width = 0; }, vtqStsErrSize},
@@ -58,8 +58,8 @@ const struct {
      vtqStsErrNullPtr},
     {"planar: VOI z plays no part", [](RemapCall& c) { c.srcVolume.depth = 1, c.srcVOI.z = 9; },
      vtqStsOk},
-    {"planar: VOI y at the height",
-     [](RemapCall& c) { c.srcVolume.depth = 1, c.srcVOI.y = 5; }, vtqStsWarnVoiOutside},
+    {"planar: VOI y at the height", [](RemapCall& c) { c.srcVolume.depth = 1, c.srcVOI.y = 5; },
+     vtqStsWarnVoiOutside},
 };
 
 template <class T>
@@ -72,15 +72,17 @@ void CheckRemapOrder(CodePath path) {
     Volume<T> dst({4, 3, 2});
     std::fill(dst.bytes().begin(), dst.bytes().end(), kUntouched);
     Maps maps({4, 3, 2});
-    maps.Fill([](int x, int y, int z) { return std::array<float, 3>{float(x), float(y), float(z)}; });
+    maps.Fill([](int x, int y, int z) {
+      return std::array<float, 3>{float(x), float(y), float(z)};
+    });
     const Vtq32f* const* m[3];
     for (int a = 0; a < 3; ++a) m[a] = call.nullMap[a] ? nullptr : maps.axis[a].constSlices();
     std::vector<const T*> srcSlices(src.constSlices(), src.constSlices() + 4);
     if (call.nullSlice0) srcSlices[0] = nullptr;
     const VtqStatus status = RemapFn<T>(path)(
-        call.nullSrc ? nullptr : srcSlices.data(), call.srcVolume, src.rowStep(), call.srcVOI,
-        m[0], m[1], m[2], maps.axis[0].rowStep(), call.nullDst ? nullptr : dst.slices(),
-        dst.rowStep(), call.dstVolume, call.interpolation);
+        call.nullSrc ? nullptr : srcSlices.data(), call.srcVolume, src.rowStep(), call.srcVOI, m[0],
+        m[1], m[2], maps.axis[0].rowStep(), call.nullDst ? nullptr : dst.slices(), dst.rowStep(),
+        call.dstVolume, call.interpolation);
     EXPECT_EQ(row.status, status) << row.name << " size " << sizeof(T);
     EXPECT_EQ(row.status != vtqStsOk, Untouched(dst.bytes())) << row.name << " size " << sizeof(T);
   }
@@ -108,10 +110,11 @@ const struct {
   VtqStatus status;
 } kWarpRows[] = {
     {"valid", [](WarpCall&) {}, vtqStsOk},
-    {"90 degrees about z", [](WarpCall& c) { c.c[0][0] = c.c[1][1] = 0, c.c[0][1] = -1, c.c[1][0] = 1, c.c[0][3] = 4; },
+    {"90 degrees about z",
+     [](WarpCall& c) { c.c[0][0] = c.c[1][1] = 0, c.c[0][1] = -1, c.c[1][0] = 1, c.c[0][3] = 4; },
      vtqStsOk},
-    {"diagonal at 1e-100 but one", [](WarpCall& c) { c.c[0][0] = c.c[1][1] = 1e-100, c.c[0][1] = c.c[1][0] = 1; },
-     vtqStsOk},
+    {"diagonal at 1e-100 but one",
+     [](WarpCall& c) { c.c[0][0] = c.c[1][1] = 1e-100, c.c[0][1] = c.c[1][0] = 1; }, vtqStsOk},
     {"null pSrc", [](WarpCall& c) { c.nullSrc = true; }, vtqStsErrNullPtr},
     {"null pDst", [](WarpCall& c) { c.nullDst = true; }, vtqStsErrNullPtr},
     {"null coeffs before size", [](WarpCall& c) { c.nullCoeffs = true, c.dstVOI.depth = 0; },
@@ -141,7 +144,10 @@ const struct {
      [](WarpCall& c) { c.srcVolume.depth = 1, c.c[0][0] = 0, c.c[0][2] = 1, c.c[2][0] = 1; },
      vtqStsErrCoeff},
     {"planar: quarter turn of the slice",
-     [](WarpCall& c) { c.srcVolume.depth = 1, c.c[0][0] = c.c[1][1] = 0, c.c[0][1] = -1, c.c[1][0] = 1, c.c[0][3] = 4; },
+     [](WarpCall& c) {
+       c.srcVolume.depth = 1, c.c[0][0] = c.c[1][1] = 0, c.c[0][1] = -1, c.c[1][0] = 1,
+       c.c[0][3] = 4;
+     },
      vtqStsOk},
     {"planar: VOI z plays no part", [](WarpCall& c) { c.srcVolume.depth = 1, c.srcVOI.z = 3; },
      vtqStsOk},

@@ -37,7 +37,8 @@ auto WarpFn(CodePath path) {
 
 // The three maps of a destination volume.
 struct Maps {
-  explicit Maps(VtqVolumeSize size) : axis{Volume<Vtq32f>(size), Volume<Vtq32f>(size), Volume<Vtq32f>(size)} {}
+  explicit Maps(VtqVolumeSize size)
+      : axis{Volume<Vtq32f>(size), Volume<Vtq32f>(size), Volume<Vtq32f>(size)} {}
   template <class F>  // f(x, y, z) -> std::array<float, 3>
   void Fill(F f) {
     for (int a = 0; a < 3; ++a) axis[a].Fill([&](int x, int y, int z) { return f(x, y, z)[a]; });

@@ -126,19 +126,37 @@ TEST_P(Remap, ExactCases) {
       {"nearest: 2.5 to 2", 1, {2.5f, 1, 0}, {}, 12},
       {"nearest: 3.5 to 4", 1, {3.5f, 1.5f, 2.5f}, {}, 224},
       {"nearest: just above a half", 1, {2.5000002f, 0, 0}, {}, 3},
-      {"trilinear on the upper bound reads the voxel below with weight 0", 2, {7, 0, 0},
-       {{6, 0, 0, kInff}}, kNaNf},
-      {"trilinear on a VOI's upper bound", 2, {3, 1, 1}, {{2, 1, 1, kInff}}, kNaNf,
+      {"trilinear on the upper bound reads the voxel below with weight 0",
+       2,
+       {7, 0, 0},
+       {{6, 0, 0, kInff}},
+       kNaNf},
+      {"trilinear on a VOI's upper bound",
+       2,
+       {3, 1, 1},
+       {{2, 1, 1, kInff}},
+       kNaNf,
        {0, 0, 0, 4, 6, 5}},
       {"trilinear below the upper bound has no zero weight", 2, {6.5f, 0, 0}, {}, 6.5f},
-      {"trilinear on voxel 0 of a one-voxel VOI", 2, {0, 0, 0}, {{1, 0, 0, 50}}, 0,
+      {"trilinear on voxel 0 of a one-voxel VOI",
+       2,
+       {0, 0, 0},
+       {{1, 0, 0, 50}},
+       0,
        {0, 0, 0, 1, 6, 5}},
       {"Catmull-Rom at a voxel centre", 6, {3, 2, 1}, {}, 123},
-      {"Catmull-Rom at x = 0 takes taps (0, 0, 1, 2)", 6, {0.5f, 0, 0}, {{0, 0, 0, 16}},
+      {"Catmull-Rom at x = 0 takes taps (0, 0, 1, 2)",
+       6,
+       {0.5f, 0, 0},
+       {{0, 0, 0, 16}},
        16 * (-0.0625f + 0.5625f) + 0.5625f - 0.125f},
       {"Catmull-Rom on the upper bound: taps (6, 7, 7, 7)", 6, {7, 0, 0}, {}, 7},
       {"a NaN position keeps the voxel", 6, {kNaNf, 0, 0}, {}, Sentinel()},
-      {"a position just below the VOI keeps the voxel", 2, {0.9999999f, 1, 1}, {}, Sentinel(),
+      {"a position just below the VOI keeps the voxel",
+       2,
+       {0.9999999f, 1, 1},
+       {},
+       Sentinel(),
        {1, 0, 0, 7, 6, 5}},
   };
   for (const auto& row : rows) {
@@ -180,10 +198,10 @@ TEST_P(Remap, EightBitRoundingDependsOnBorderTaps) {
     Maps maps({1, 1, 1});
     maps.Fill([&](int, int, int) { return row.position; });
     Volume<Vtq8u> dst({1, 1, 1});
-    ASSERT_EQ(vtqStsOk, CallRemap(path(), src, {0, 0, 0, 8, 8, 8}, maps, dst,
-                                  vtqInterCubicCatmullRom));
-    EXPECT_EQ(row.want, dst.at(0, 0, 0)) << row.position[0] << "," << row.position[1] << ","
-                                          << row.position[2];
+    ASSERT_EQ(vtqStsOk,
+              CallRemap(path(), src, {0, 0, 0, 8, 8, 8}, maps, dst, vtqInterCubicCatmullRom));
+    EXPECT_EQ(row.want, dst.at(0, 0, 0))
+        << row.position[0] << "," << row.position[1] << "," << row.position[2];
   }
 }
 
@@ -197,10 +215,10 @@ void CheckIdentity(CodePath path, VtqVolumeSize size) {
   maps.Fill([](int x, int y, int z) { return std::array<float, 3>{float(x), float(y), float(z)}; });
   for (int code : {1, 2, 4, 6}) {
     Volume<T> dst(size);
-    ASSERT_EQ(vtqStsOk, CallRemap(path, src, {0, 0, 0, size.width, size.height, size.depth},
-                                  maps, dst, code));
-    EXPECT_TRUE(src.voxels() == dst.voxels()) << "code " << code << " size " << sizeof(T)
-                                              << " depth " << size.depth;
+    ASSERT_EQ(vtqStsOk, CallRemap(path, src, {0, 0, 0, size.width, size.height, size.depth}, maps,
+                                  dst, code));
+    EXPECT_TRUE(src.voxels() == dst.voxels())
+        << "code " << code << " size " << sizeof(T) << " depth " << size.depth;
   }
 }
 

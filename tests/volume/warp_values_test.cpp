@@ -49,7 +49,8 @@ Inverse Invert(const Coeffs& c, int axes) {
 
 // Source position of destination voxel (x, y, z), in long double.
 void Position(const Inverse& inv, int axes, int x, int y, int z, long double (&s)[3]) {
-  const long double d[3] = {static_cast<long double>(x), static_cast<long double>(y), static_cast<long double>(z)};
+  const long double d[3] = {static_cast<long double>(x), static_cast<long double>(y),
+                            static_cast<long double>(z)};
   for (int i = 0; i < 3; ++i) {
     s[i] = inv.m[i][3];
     for (int j = 0; j < axes; ++j) s[i] += inv.m[i][j] * d[j];
@@ -80,9 +81,8 @@ void CheckWholeVoxelMaps(CodePath path, VtqVolumeSize size) {
   const VtqCuboid dstVOIs[] = {srcVOI, {2, 1, 0, size.width - 3, size.height - 2, size.depth}};
   const int shifts[][3] = {{0, 0, 0}, {2, -1, 3}, {-3, 4, -1}};
   for (const auto& shift : shifts) {
-    const Coeffs c = {{1, 0, 0, double(shift[0])},
-                      {0, 1, 0, double(shift[1])},
-                      {0, 0, 1, double(shift[2])}};
+    const Coeffs c = {
+        {1, 0, 0, double(shift[0])}, {0, 1, 0, double(shift[1])}, {0, 0, 1, double(shift[2])}};
     for (const VtqCuboid& dstVOI : dstVOIs) {
       for (int code : {1, 2, 4, 6}) {
         Volume<T> dst(size);
@@ -92,9 +92,8 @@ void CheckWholeVoxelMaps(CodePath path, VtqVolumeSize size) {
           for (int y = 0; y < size.height; ++y)
             for (int x = 0; x < size.width; ++x) {
               const int sx = x - shift[0], sy = y - shift[1], sz = planar ? 0 : z - shift[2];
-              const bool inVOI = x >= dstVOI.x && x < dstVOI.x + dstVOI.width &&
-                                 y >= dstVOI.y && y < dstVOI.y + dstVOI.height &&
-                                 (planar ? z == 0 : z >= dstVOI.z);
+              const bool inVOI = x >= dstVOI.x && x < dstVOI.x + dstVOI.width && y >= dstVOI.y &&
+                                 y < dstVOI.y + dstVOI.height && (planar ? z == 0 : z >= dstVOI.z);
               const bool inSource = sx >= 0 && sx < size.width && sy >= 0 && sy < size.height &&
                                     sz >= 0 && sz < size.depth;
               T want;
@@ -105,8 +104,8 @@ void CheckWholeVoxelMaps(CodePath path, VtqVolumeSize size) {
               }
               const T got = dst.at(x, y, z);
               ASSERT_EQ(0, std::memcmp(&want, &got, sizeof(T)))
-                  << "shift " << shift[0] << "," << shift[1] << "," << shift[2] << " code "
-                  << code << " voxel " << x << "," << y << "," << z << " size " << sizeof(T);
+                  << "shift " << shift[0] << "," << shift[1] << "," << shift[2] << " code " << code
+                  << " voxel " << x << "," << y << "," << z << " size " << sizeof(T);
             }
       }
     }
@@ -203,7 +202,8 @@ void CheckAgainstReference(CodePath path, VtqVolumeSize size) {
           for (int a = 0; a < 3; ++a) {
             m[a] = inVOI ? double(float(p[a])) : NAN;
             if (a >= axes) continue;
-            const bool nearBound = std::fabs(p[a] - s.lo[a]) < 1e-3 || std::fabs(p[a] - s.hi[a]) < 1e-3;
+            const bool nearBound = std::fabs(p[a] - s.lo[a]) < 1e-3 ||
+                                   std::fabs(p[a] - s.hi[a]) < 1e-3;
             const bool nearHalf = code == 1 && std::fabs(p[a] - std::floor(p[a]) - 0.5) < 1e-3;
             if (inVOI && (nearBound || nearHalf)) return false;
           }
@@ -246,7 +246,8 @@ TEST_P(Warp, RotationThenItsInverseStaysClose) {
     double worst = 0;
     for (int z = 0; z < 24; ++z)
       for (int y = 8; y < 32; ++y)
-        for (int x = 8; x < 32; ++x) worst = std::max(worst, double(std::abs(back.at(x, y, z) - src.at(x, y, z))));
+        for (int x = 8; x < 32; ++x)
+          worst = std::max(worst, double(std::abs(back.at(x, y, z) - src.at(x, y, z))));
     EXPECT_LT(worst, row.tolerance) << "code " << row.code;
     EXPECT_GT(worst, 0.0) << "code " << row.code;  // the test would not see a no-op
   }

@@ -1,13 +1,10 @@
-// KD-tree blocks: the checker on small hand-written trees, good and broken; the builder's trees
-// against the checker and, through a plain recursive walk, against brute force.
+// The builder's trees against the checker and, through a plain recursive walk, against brute
+// force; the shared scans against the checker.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <array>
-#include <climits>
 #include <cmath>
-#include <cstring>
-#include <functional>
 #include <random>
 #include <string>
 #include <vector>
@@ -16,111 +13,6 @@
 
 namespace vtqr::test {
 namespace {
-
-int32_t FloatWord(float f) { return static_cast<int32_t>(Bits(f)); }
-
-// Makes node `slot` a leaf listing `tris` out of line (appended to the block), or an empty leaf.
-void AppendLeaf(std::vector<int32_t>* words, size_t slot, const std::vector<int32_t>& tris) {
-  (*words)[2 * slot] = tris.empty() ? INT_MIN : -static_cast<int32_t>(4 * words->size() - 8 * slot);
-  (*words)[2 * slot + 1] = static_cast<int32_t>(tris.size());
-  words->insert(words->end(), tris.begin(), tris.end());
-}
-
-Mesh Triangles(const std::vector<std::array<float, 9>>& corners) {
-  Mesh mesh;
-  for (const auto& c : corners) {
-    mesh.AddTriangle(mesh.AddVertex(c[0], c[1], c[2]), mesh.AddVertex(c[3], c[4], c[5]),
-                     mesh.AddVertex(c[6], c[7], c[8]));
-  }
-  return mesh;
-}
-
-// The root splits [-2, 2]^3 at x = 0, both children split again at y = 0. Leaves: 0 below/y<0,
-// 1 below/y>0, 2 above/y<0, 3 above/y>0. Which contacts with the planes oblige a listing.
-TEST(KDTreeCheck, BoundaryContactRules) {
-  const float box[6] = {-2, -2, -2, 2, 2, 2};
-  const std::array<float, 9> crossing = {-1, 0, 0, 1, 0, 0, 0, 1, 1};     // edge in y = 0
-  const std::array<float, 9> flat = {0, 0, 0, 0, 1, 0, 0, 0, 1};          // in x = 0, y >= 0
-  const std::array<float, 9> wideFlat = {0, -1, -1, 0, 1, -1, 0, -1, 1};  // in x = 0, both y
-  struct Case {
-    const char* name;
-    std::array<float, 9> corners;
-    std::vector<int32_t> lists[4];
-    const char* expected;  // substring of the error, "" for a good tree
-  };
-  const Case cases[] = {
-      {"crossing, listed on both sides", crossing, {{}, {0}, {}, {0}}, ""},
-      {"crossing, missing above", crossing, {{}, {0}, {}, {}}, "crosses the cell"},
-      {"touches x = 0 with a vertex", {-1, 0, 0, 0, 0, 0.5f, -1, 1, 1}, {{}, {0}, {}, {}}, ""},
-      {"flat, below only", flat, {{}, {0}, {}, {}}, ""},
-      {"flat, above only", flat, {{}, {}, {}, {0}}, ""},
-      {"flat, nowhere", flat, {{}, {}, {}, {}}, "flat in x = 0"},
-      {"flat, its halves from both sides", wideFlat, {{0}, {}, {}, {0}}, ""},
-      {"flat, half y > 0 nowhere", wideFlat, {{0}, {}, {0}, {}}, "flat in x = 0"},
-      {"sliver past x = 0", {-1, 0, 0, 0x1p-20f, 0, 0, -1, 1, 1}, {{}, {0}, {}, {}}, "crosses"},
-      {"zero area, nowhere", {-1, 0, 0, 1, 0, 0, 0.5f, 0, 0}, {{}, {}, {}, {}}, ""},
-  };
-  for (const Case& c : cases) {
-    std::vector<int32_t> words = {8, FloatWord(0), 17, FloatWord(0), 25, FloatWord(0)};
-    words.resize(14);
-    for (size_t leaf = 0; leaf < 4; ++leaf) AppendLeaf(&words, 3 + leaf, c.lists[leaf]);
-    KDTreeCheckOptions options;
-    options.rootBox = box;
-    std::string error = CheckTree(words.data(), 4 * words.size(), Triangles({c.corners}), options);
-    EXPECT_TRUE(*c.expected ? error.find(c.expected) != std::string::npos : error.empty())
-        << c.name << ": " << error;
-  }
-}
-
-// Box [0,2]x[0,1]x[0,1] split at x = 0.5: triangle 0 below in an out-of-line list, 1 and 2 above
-// in a compact pair. Half surface areas: root 5, lower cell 2, upper 4.
-TEST(KDTreeCheck, StatisticsAndStructuralFaults) {
-  const float box[6] = {0, 0, 0, 2, 1, 1};
-  const Mesh mesh = Triangles(
-      {{0, 0, 0, 0.25f, 1, 0, 0, 0, 1}, {1, 0, 0, 2, 1, 0, 1, 0, 1}, {1, 0, 0, 2, 0, 1, 1, 1, 1}});
-  const std::vector<int32_t> good = {8,           FloatWord(0.5f),        -16, 1,
-                                     INT_MIN | 1, INT_MIN | (2 << 2) | 2, 0};
-  KDTreeCheckOptions options;
-  options.rootBox = box;
-  KDTreeStats stats;
-  ASSERT_EQ(CheckTree(good.data(), 4 * good.size(), mesh, options, &stats), "");
-  EXPECT_EQ(stats.nodes, 3);
-  EXPECT_EQ(stats.compactLeaves, 1);
-  EXPECT_EQ(stats.maxDepth, 1);
-  EXPECT_DOUBLE_EQ(stats.expectedTriangleTests, (1 * 2.0 + 2 * 4.0) / 5.0);
-  EXPECT_DOUBLE_EQ(stats.sahCost, 1.0 + 10.0 / 5.0);
-
-  using Words = std::vector<int32_t>;
-  struct Fault {
-    const char* name;
-    std::function<void(Words&)> damage;
-    unsigned maxDepth;
-    const char* expected;
-  };
-  const Fault faults[] = {
-      {"children past the end", [](Words& w) { w[0] = 0x7FFFFF00; }, 50, "past the end"},
-      {"children at the node itself", [](Words& w) { w[0] = 0; }, 50, "reached twice"},
-      {"axis 3", [](Words& w) { w[0] |= 3; }, 50, "axis 3"},
-      {"too deep", [](Words&) {}, 0, "deeper than the limit"},
-      {"list over a node", [](Words& w) { w[2] = -8; }, 50, "overlaps the node"},
-      {"list past the end", [](Words& w) { w[3] = 2; }, 50, "past the end"},
-      {"index out of range", [](Words& w) { w[6] = 3; }, 50, "outside the"},
-      {"compact count 0", [](Words& w) { w[5] = INT_MIN; }, 50, "count of 0"},
-      {"compact triple below zero",
-       [](Words& w) { w[4] = INT_MIN | (3 << 16) | 1, w[5] = INT_MIN | (1 << 2) | 3; }, 50,
-       "decodes to index"},
-      {"triangle dropped", [](Words& w) { w[2] = INT_MIN, w[3] = 0; }, 50, "is not listed there"},
-  };
-  for (const Fault& fault : faults) {
-    Words words = good;
-    fault.damage(words);
-    options.maxDepth = fault.maxDepth;
-    std::string error = CheckTree(words.data(), 4 * words.size(), mesh, options);
-    EXPECT_NE(error.find(fault.expected), std::string::npos) << fault.name << ": " << error;
-  }
-}
-
-// Library trees against brute force ----------------------------------------------------------
 
 struct Ray {
   double org[3], dir[3];
@@ -161,9 +53,9 @@ struct Nearest {
 };
 
 // Visits every leaf whose cell, widened by `slack`, the ray passes through, in no particular
-// order: a deliberately plain walk that relies on nothing but the node format.
-void Walk(const char* base, int64_t at, std::array<double, 6> cell, const Ray& ray, double slack,
-          const Mesh& mesh, Nearest* nearest) {
+// order: a deliberately plain recursive walk, unlike the library's stack-based traversal.
+void Walk(const VtqrKDTreeNode* tree, int64_t at, std::array<double, 6> cell, const Ray& ray,
+          double slack, const Mesh& mesh, Nearest* nearest) {
   double t0 = 0, t1 = INFINITY;
   for (int j = 0; j < 3; ++j) {
     double lo = cell[j] - slack - ray.org[j], hi = cell[j + 3] + slack - ray.org[j];
@@ -173,26 +65,20 @@ void Walk(const char* base, int64_t at, std::array<double, 6> cell, const Ray& r
     t1 = std::min(t1, std::max(lo / ray.dir[j], hi / ray.dir[j]));
   }
   if (t0 > t1) return;
-  int32_t w[2];
-  std::memcpy(w, base + at, 8);
-  if (w[0] >= 0) {
-    int axis = w[0] & 3;
+  const VtqrKDTreeNode* node = tree + at;
+  if (!kdnode::IsLeaf(*node)) {
+    const int axis = kdnode::SplitAxis(*node);
     std::array<double, 6> lower = cell, upper = cell;
-    lower[axis + 3] = std::min<double>(cell[axis + 3], FromBits(static_cast<uint32_t>(w[1])));
-    upper[axis] = std::max<double>(cell[axis], FromBits(static_cast<uint32_t>(w[1])));
-    Walk(base, at + (w[0] & ~7), lower, ray, slack, mesh, nearest);
-    Walk(base, at + (w[0] & ~7) + 8, upper, ray, slack, mesh, nearest);
-  } else if (w[1] > 0) {
-    std::vector<int32_t> list(static_cast<size_t>(w[1]));
-    std::memcpy(list.data(), base + at - int64_t{w[0]}, 4 * list.size());
-    for (int32_t t : list) nearest->Offer(ray, mesh, t);
-  } else if (w[1] < 0) {
-    // Compact: n = 1 {a}, n = 2 {a, m}, n = 3 {m - (a >> 16), m, m + (a & 0xFFFF)}.
-    int32_t a = w[0] & 0x7FFFFFFF, m = (w[1] & 0x7FFFFFFC) >> 2, n = w[1] & 3;
-    for (int32_t t : {n == 3 ? m - (a >> 16) : a, m, m + (a & 0xFFFF)}) {
-      if (n-- > 0) nearest->Offer(ray, mesh, t);
-    }
+    lower[axis + 3] = std::min<double>(cell[axis + 3], kdnode::SplitPosition(*node));
+    upper[axis] = std::max<double>(cell[axis], kdnode::SplitPosition(*node));
+    const int64_t child = kdnode::LowerChild(node) - tree;
+    Walk(tree, child, lower, ray, slack, mesh, nearest);
+    Walk(tree, child + 1, upper, ray, slack, mesh, nearest);
+    return;
   }
+  int32_t scratch[3];
+  const kdnode::LeafTriangles leaf = kdnode::ReadLeaf(node, scratch);
+  for (int32_t i = 0; i < leaf.count; ++i) nearest->Offer(ray, mesh, leaf.ids[i]);
 }
 
 // Every library tree passes the checker, and a walk over it finds for each ray the same nearest
@@ -206,7 +92,7 @@ TEST(KDTreeTraversal, LibraryTreesPassCheckerAndMatchBruteForce) {
       {"mixed scene", mixed},
       {"axis-aligned grid", AxisAlignedGrid(12)},
       {"soup", RandomSoup(2000, 21, 1.0f, 0.2f)},
-      {"single", Triangles({{0, 0, 0, 1, 0, 0, 0, 1, 0.5f}})},
+      {"single", RandomSoup(1, 4)},
       {"empty", Mesh()}};
   const VtqrKDTreeBuildParams params[] = {
       KDParams(KDTreeAlgSimple, 50),  KDParams(KDTreeAlgSAH, 50, 0),
@@ -244,7 +130,7 @@ TEST(KDTreeTraversal, LibraryTreesPassCheckerAndMatchBruteForce) {
       ASSERT_EQ(CheckTree(call.tree, call.treeSize, mesh, options), "");
       for (size_t r = 0, mismatches = 0; r < rays.size() && mismatches < 5; ++r) {
         Nearest found;
-        Walk(reinterpret_cast<const char*>(call.tree), 0,
+        Walk(call.tree, 0,
              {box[0], box[1], box[2], box[3], box[4], box[5]}, rays[r], slack, mesh, &found);
         if (found.id != expected[r].id || found.t != expected[r].t) {
           ++mismatches;

@@ -16,47 +16,40 @@
 namespace vtqr::test {
 namespace {
 
-using Vec = std::array<float, 3>;
-
 struct Record {
   uint32_t axes;
   float c[9];  // nu, pk, nv, pu, pv, e2u, e2v, e1u, e1v
 };
 static_assert(sizeof(Record) == sizeof(VtqrTriangleAccel));
 
-// Record of the triangle (A, B, P) = index entries (0, 1, 2).
-Record Reference(const Vec& a, const Vec& b, const Vec& p) {
+// Record of the triangle (A, B, P) = index entries (0, 1, 2), from its nine coordinates.
+Record Reference(const float* t) {
+  const float *a = t, *b = t + 3, *p = t + 6;
   long double e1[3], e2[3];
-  for (int j = 0; j < 3; ++j) {
-    e1[j] = static_cast<long double>(a[j]) - p[j];
-    e2[j] = static_cast<long double>(b[j]) - p[j];
-  }
-  long double n[3] = {e1[1] * e2[2] - e1[2] * e2[1], e1[2] * e2[0] - e1[0] * e2[2],
-                      e1[0] * e2[1] - e1[1] * e2[0]};
+  for (int j = 0; j < 3; ++j) e1[j] = (long double)a[j] - p[j], e2[j] = (long double)b[j] - p[j];
+  const long double n[3] = {e1[1] * e2[2] - e1[2] * e2[1], e1[2] * e2[0] - e1[0] * e2[2],
+                            e1[0] * e2[1] - e1[1] * e2[0]};
   int k = 0;
   for (int j = 1; j < 3; ++j) k = std::fabs(n[j]) > std::fabs(n[k]) ? j : k;
   Record r{};
   if (n[k] == 0) return r;
-  int u = k == 0 ? 1 : 0, v = k == 2 ? 1 : 2;
-  long double s = k == 1 ? -1.0L : 1.0L;
-  bool perpendicular = std::fabs(n[u]) < 0x1p-52L && std::fabs(n[v]) < 0x1p-52L;
+  const int u = k == 0 ? 1 : 0, v = k == 2 ? 1 : 2;
+  const long double s = k == 1 ? -1.0L : 1.0L;
+  const bool perpendicular = std::fabs(n[u]) < 0x1p-52L && std::fabs(n[v]) < 0x1p-52L;
   r.axes = static_cast<uint32_t>((k << 4) | (u << 2) | v) | (perpendicular ? 0x80000000u : 0);
-  const long double values[9] = {perpendicular ? 0 : n[u] / n[k],
-                                 p[k],
-                                 perpendicular ? 0 : n[v] / n[k],
-                                 p[u],
-                                 p[v],
-                                 s * e2[u] / n[k],
-                                 s * e2[v] / n[k],
-                                 s * e1[u] / n[k],
+  const long double values[9] = {perpendicular ? 0 : n[u] / n[k], p[k],
+                                 perpendicular ? 0 : n[v] / n[k], p[u],
+                                 p[v],           s * e2[u] / n[k],
+                                 s * e2[v] / n[k], s * e1[u] / n[k],
                                  s * e1[v] / n[k]};
   for (int i = 0; i < 9; ++i) r.c[i] = static_cast<float>(values[i]);
   return r;
 }
 
-// Records of `count` triangles whose vertices are stored A, B, P; the index names them so that P
+// Records of the triangles whose vertices are stored A, B, P; the index names them so that P
 // is the base point.
-std::vector<Record> Build(CodePath path, const std::vector<float>& vert, int count) {
+std::vector<Record> Build(CodePath path, const std::vector<float>& vert) {
+  const int count = static_cast<int>(vert.size() / 9);
   std::vector<int32_t> index;
   for (int t = 0; t < count; ++t) index.insert(index.end(), {3 * t, 3 * t + 1, 3 * t + 2, 0});
   std::vector<Record> records(static_cast<size_t>(count));
@@ -88,39 +81,35 @@ TEST_P(TriangleAccel, SizeQueryAndEmptyInit) {
   }
 }
 
-// Hand-made triangles on dyadic coordinates: every quantity is exact, so records compare bit for
-// bit. The axes word is spelled out too, which checks the reference itself.
+// Hand-made triangles (A, B, P) on dyadic coordinates: every quantity is exact, so records
+// compare bit for bit. The axes word is spelled out too, which checks the reference itself.
 TEST_P(TriangleAccel, HandMadeTrianglesMatchReference) {
   const uint32_t kX = 0x06, kY = 0x12, kZ = 0x21, kPerp = 0x80000000u;  // k << 4 | u << 2 | v
-  struct Case {
+  const struct {
     const char* name;
-    Vec a, b, p;
+    std::vector<float> abp;
     uint32_t axes;
-  };
-  const Case cases[] = {
-      {"x dominant", {1, 2, 0.5f}, {1.5f, 0, 2}, {0.25f, 0, 0}, kX},
-      {"y dominant", {0, 1, 2}, {2, 0.5f, 0.5f}, {0, 0, 0}, kY},
-      {"y dominant, reversed", {2, 0.5f, 0.5f}, {0, 1, 2}, {0, 0, 0}, kY},
-      {"z dominant", {2, 0, 1}, {0, 2, 0.75f}, {0, 0, 0.5f}, kZ},
-      {"perpendicular to x", {3, 1, 0}, {3, 0, 1}, {3, 0, 0}, kPerp | kX},
-      {"perpendicular to y", {1, -2, 0}, {0, -2, 1}, {0, -2, 0}, kPerp | kY},
-      {"perpendicular to z", {0, 1, 4}, {1, 0, 4}, {0, 0, 4}, kPerp | kZ},
+  } cases[] = {
+      {"x dominant", {1, 2, 0.5f, 1.5f, 0, 2, 0.25f, 0, 0}, kX},
+      {"y dominant", {0, 1, 2, 2, 0.5f, 0.5f, 0, 0, 0}, kY},
+      {"y dominant, reversed", {2, 0.5f, 0.5f, 0, 1, 2, 0, 0, 0}, kY},
+      {"z dominant", {2, 0, 1, 0, 2, 0.75f, 0, 0, 0.5f}, kZ},
+      {"perpendicular to x", {3, 1, 0, 3, 0, 1, 3, 0, 0}, kPerp | kX},
+      {"perpendicular to y", {1, -2, 0, 0, -2, 1, 0, -2, 0}, kPerp | kY},
+      {"perpendicular to z", {0, 1, 4, 1, 0, 4, 0, 0, 4}, kPerp | kZ},
       // Ties of |N| components: x before y before z.
-      {"|Nx| = |Ny| > |Nz|", {0, 0, 1}, {1, -1, 0}, {0, 0, 0}, kX},
-      {"|Nx| = |Nz| > |Ny|", {0, 1, 0}, {1, 0, 1}, {0, 0, 0}, kX},
-      {"|Ny| = |Nz| > |Nx|", {1, 0, 0}, {0, 1, 1}, {0, 0, 0}, kY},
-      {"all equal", {1, 0, 0}, {0, 1, 0}, {0, 0, 1}, kX},
+      {"|Nx| = |Ny| > |Nz|", {0, 0, 1, 1, -1, 0, 0, 0, 0}, kX},
+      {"|Nx| = |Nz| > |Ny|", {0, 1, 0, 1, 0, 1, 0, 0, 0}, kX},
+      {"|Ny| = |Nz| > |Nx|", {1, 0, 0, 0, 1, 1, 0, 0, 0}, kY},
       // The negligibility threshold is strict and must hold for both minor components.
-      {"minor component 2^-53", {0, 1, 0}, {0x1p-53f, 0, 1}, {0, 0, 0}, kPerp | kX},
-      {"minor component 2^-52", {0, 1, 0}, {0x1p-52f, 0, 1}, {0, 0, 0}, kX},
-      {"other minor component 2^-52", {0x1p-52f, 1, 0}, {0, 0, 1}, {0, 0, 0}, kX},
-      {"collinear: all zero", {1, 1, 1}, {2, 2, 2}, {0, 0, 0}, 0},
+      {"minor component 2^-53", {0, 1, 0, 0x1p-53f, 0, 1, 0, 0, 0}, kPerp | kX},
+      {"minor component 2^-52", {0, 1, 0, 0x1p-52f, 0, 1, 0, 0, 0}, kX},
+      {"other minor component 2^-52", {0x1p-52f, 1, 0, 0, 0, 1, 0, 0, 0}, kX},
+      {"collinear: all zero", {1, 1, 1, 2, 2, 2, 0, 0, 0}, 0},
   };
-  for (const Case& c : cases) {
-    Record expected = Reference(c.a, c.b, c.p);
+  for (const auto& c : cases) {
+    const Record expected = Reference(c.abp.data()), actual = Build(path(), c.abp)[0];
     EXPECT_EQ(expected.axes, c.axes) << c.name;
-    Record actual = Build(
-        path(), {c.a[0], c.a[1], c.a[2], c.b[0], c.b[1], c.b[2], c.p[0], c.p[1], c.p[2]}, 1)[0];
     EXPECT_EQ(actual.axes, expected.axes) << c.name;
     EXPECT_TRUE(SameBits(expected.c, actual.c, 9)) << c.name;
   }
@@ -134,17 +123,16 @@ TEST_P(TriangleAccel, RandomTrianglesWithinOneStep) {
   const int kCount = 500;
   std::vector<float> vert;
   for (int t = 0; t < kCount; ++t) {
-    float scale = std::exp2(std::floor(exponent(rng)));
+    const float scale = std::exp2(std::floor(exponent(rng)));
     for (int i = 0; i < 9; ++i)
       vert.push_back(scale * unit(rng) + (i % 3 == 0 ? 4 * scale * t / kCount : 0));
   }
-  std::vector<Record> records = Build(path(), vert, kCount);
+  const std::vector<Record> records = Build(path(), vert);
   for (int t = 0; t < kCount; ++t) {
-    const float* v = &vert[9 * t];
-    Record expected = Reference({v[0], v[1], v[2]}, {v[3], v[4], v[5]}, {v[6], v[7], v[8]});
+    const Record expected = Reference(&vert[9 * t]);
     ASSERT_EQ(records[t].axes, expected.axes) << "triangle " << t;
     for (int i = 0; i < 9; ++i) {
-      float e = expected.c[i];
+      const float e = expected.c[i];
       ASSERT_LE(std::fabs(records[t].c[i] - e), std::fabs(std::nextafter(e, INFINITY) - e))
           << "triangle " << t << " coefficient " << i;
     }
@@ -153,58 +141,47 @@ TEST_P(TriangleAccel, RandomTrianglesWithinOneStep) {
 
 // Each step rounded to float as the library does, but found by sorting each column (NaNs left
 // out), with the margin product in long double. No vertices: the inverted box.
-std::array<float, 6> ReferenceBox(const std::vector<float>& vert) {
+std::array<float, 6> ReferenceBox(const std::vector<float>& vert, int count) {
   float lo[3], hi[3], largest = FLT_MIN;
   for (int j = 0; j < 3; ++j) {
     std::vector<float> column;
-    for (size_t i = j; i < vert.size(); i += 3) {
-      if (!std::isnan(vert[i])) column.push_back(vert[i]);
+    for (int i = 0; i < count; ++i) {
+      if (!std::isnan(vert[3 * i + j])) column.push_back(vert[3 * i + j]);
     }
     std::sort(column.begin(), column.end());
     lo[j] = column.empty() ? FLT_MAX : column.front();
     hi[j] = column.empty() ? -FLT_MAX : column.back();
     largest = std::max({largest, std::fabs(lo[j]), std::fabs(hi[j])});
   }
-  float margin = static_cast<float>(static_cast<long double>(1e-4f) * largest);
-  std::array<float, 6> box;
-  for (int j = 0; j < 3; ++j) box[j] = lo[j] - margin, box[j + 3] = hi[j] + margin;
-  return box;
+  const float margin = static_cast<float>(static_cast<long double>(1e-4f) * largest);
+  return {lo[0] - margin, lo[1] - margin, lo[2] - margin,
+          hi[0] + margin, hi[1] + margin, hi[2] + margin};
 }
 
 class BoundBox : public PerPath {};
 VTQR_INSTANTIATE_PER_PATH(BoundBox);
 
+// Every length of the unrolled loop's tail, with the extremes in the last vertex, and with a NaN
+// in the first and in the last vertex; the margin of the smallest normal float for a box of
+// zeros; NaN-only input. Null vertices: -8 and the box untouched.
 TEST_P(BoundBox, MatchesReference) {
   std::mt19937 rng(99);
   std::uniform_real_distribution<float> unit(-10, 10);
-  struct Case {
-    int count;
-    std::vector<float> vert;
-  };
-  std::vector<Case> cases = {{0, {}},
-                             {-5, {}},
-                             {1, {0, 0, 0}},              // margin of the smallest normal float
-                             {2, {-200, 1, 1, 2, 3, 4}},  // largest magnitude on the min side
-                             {1, {NAN, NAN, NAN}}};       // NaN coordinates are ignored
-  // Every length of the unrolled loop's tail, with the extremes in the last vertex; then with a
-  // NaN in the first and in the last vertex.
-  for (int count = 1; count <= 17; ++count) {
-    std::vector<float> vert(3 * static_cast<size_t>(count));
+  for (int count = -5; count <= 17; ++count) {
+    std::vector<float> vert(3 * std::max(count, 1));
     for (float& x : vert) x = unit(rng);
-    vert[3 * count - 3] = -1000;
-    vert[3 * count - 1] = 500;
-    cases.push_back({count, vert});
-    vert[1] = vert[3 * count - 2] = NAN;
-    cases.push_back({count, vert});
+    vert[vert.size() - 3] = -1000;
+    vert[vert.size() - 1] = 500;
+    for (int variant = 0; variant < 4; ++variant) {
+      if (variant == 1) vert[1] = vert[vert.size() - 2] = NAN;
+      if (variant == 2) std::fill(vert.begin(), vert.end(), 0.0f);
+      if (variant == 3) std::fill(vert.begin(), vert.end(), NAN);
+      std::array<float, 6> box;
+      ASSERT_EQ(kDispatchTable.SetBoundBox_32f[path()](vert.data(), count, box.data()), vtqStsOk);
+      const std::array<float, 6> expected = ReferenceBox(vert, std::max(count, 0));
+      EXPECT_TRUE(SameBits(expected.data(), box.data(), 6)) << count << " vertices, " << variant;
+    }
   }
-  for (const Case& c : cases) {
-    std::array<float, 6> expected = ReferenceBox(c.vert), box;
-    std::vector<float> vert = c.vert;
-    vert.resize(std::max<size_t>(vert.size(), 3));  // a valid pointer even for no vertices
-    ASSERT_EQ(kDispatchTable.SetBoundBox_32f[path()](vert.data(), c.count, box.data()), vtqStsOk);
-    EXPECT_TRUE(SameBits(expected.data(), box.data(), 6)) << c.count << " vertices";
-  }
-  // Null vertices: -8 and the box untouched.
   float box[6];
   std::fill(box, box + 6, Sentinel());
   EXPECT_EQ(kDispatchTable.SetBoundBox_32f[path()](nullptr, 3, box), vtqStsErrNullPtr);

@@ -34,22 +34,6 @@ int main(void) {
                                 vtqInterNearest, buffer);
     if (status != vtqStsOk || memcmp(out[0], a, 4) != 0 || memcmp(out[1], b, 4) != 0) return 6;
   }
-  {
-    /* A 3x1x1 box over a row with its border: the source array is passed from its slice 0. */
-    Vtq16s row[4] = {-4, 10, 20, 31}, out[2] = {0, 0}, kernel[3] = {1, 1, 1};
-    const Vtq16s* src[1] = {row + 1};
-    Vtq16s* dst[1] = {out};
-    VtqVolumeSize size = {2, 1, 1}, kernelSize = {3, 1, 1};
-    VtqPoint3D anchor = {1, 0, 0};
-    Vtq8u buffer[512];
-    int bytes = 0;
-    if (vtqrFilterGetBufSize(&size, &kernelSize, 1, &bytes) != vtqStsOk ||
-        bytes > (int)sizeof(buffer)) {
-      return 7;
-    }
-    status = vtqrFilter_16s_C1PV(src, 8, dst, 4, size, kernel, kernelSize, anchor, 3, buffer);
-    if (status != vtqStsOk || out[0] != 9 || out[1] != 20) return 8;
-  }
   printf("%s\n", version->name);
   return 0;
 }

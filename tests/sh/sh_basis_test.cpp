@@ -1,5 +1,5 @@
-// Basis evaluation with both methods: accuracy against the long-double reference, the listed
-// values, the batched paths against one direction alone, the one-band export, streamed output.
+// Basis evaluation with both methods: accuracy against the long-double reference, the batched
+// paths against one direction alone, the one-band export, streamed output.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -38,33 +38,6 @@ TEST(SHEval, MatchesLongDoubleReference) {
               << "method " << method << " Y(" << l << ", " << k - l * l - l << ") at (" << d.x[i]
               << ", " << d.y[i] << ", " << d.z[i] << ")";
         }
-      }
-    }
-  }
-}
-
-// The direct method rounds once, so it gives the nearest floats (either sign of zero); the
-// recurrence starts from its table's constant for Y(0, 0) and comes close elsewhere.
-TEST(SHEval, ListedValues) {
-  struct Row {
-    float x, y, z;
-    Vtq32u order;
-    std::vector<float> values;
-  };
-  const float kY00 = FromBits(0x3E906EBB);
-  const Row rows[] = {
-      {0, 0, 1, 0, {kY00}},
-      {0, 0, 1, 2, {kY00, 0, 0.48860252f, 0, 0, 0, 0.63078313f, 0, 0}},
-      {1, 0, 0, 1, {kY00, 0, 0, -0.48860252f}},
-  };
-  for (int method : kMethods) {
-    State state(2, method);
-    for (const Row &row : rows) {
-      std::vector<float> out(row.values.size());
-      ASSERT_EQ(vtqStsOk, Eval(&row.x, &row.y, &row.z, 1, out.data(), row.order, state.get()));
-      for (size_t k = 0; k < out.size(); ++k) {
-        const double tolerance = method == vtqrSHDirect || k == 0 ? 0.0 : 1e-7;
-        EXPECT_NEAR(row.values[k], out[k], tolerance) << "order " << row.order << " " << k;
       }
     }
   }

@@ -1,5 +1,5 @@
 // Argument checks of every evaluating call, and the transforms: the forward transform's exact
-// rounding sequence, the sample value rules, listed values and a round trip on a quadrature.
+// rounding sequence and the sample value rules.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -226,12 +226,10 @@ TEST(SHTransform, ForwardAndInverseFollowTheirDocumentedOrder) {
 
 // A direction far off the sphere makes the basis overflow to inf and NaN; a zero sample still adds
 // exact +0.0, which also clears a -0.0 coefficient. An infinite or NaN sample reaches every
-// coefficient, the basis's zeros included. Then the listed values.
-TEST(SHTransform, SampleValueRulesAndListedValues) {
+// coefficient, the basis's zeros included.
+TEST(SHTransform, SampleValueRules) {
   const auto fwd = kDispatchTable.SHTFwd_32f_C1I[kPathU8];
-  const auto inv = kDispatchTable.SHTInv_32f_C1[kPathU8];
-  const float big = 1e30f, x = 0.0f, y = 0.0f, z = 1.0f, two = 2.0f, one = 1.0f;
-  const Directions d(1, 11);
+  const float big = 1e30f, x = 0.0f, y = 0.0f, z = 1.0f;
   for (int method : kMethods) {
     SCOPED_TRACE(::testing::Message() << "method " << method);
     State state(15, method);
@@ -245,86 +243,6 @@ TEST(SHTransform, SampleValueRulesAndListedValues) {
       std::fill_n(coeff, 9, 0.5f);
       ASSERT_EQ(vtqStsOk, fwd(&x, &y, &z, &value, 1, coeff, 2, state.get()));
       for (float c : coeff) EXPECT_TRUE(!std::isfinite(c) && (std::isnan(c) || !std::isnan(value)));
-    }
-    std::fill_n(coeff, 4, 0.0f);
-    ASSERT_EQ(vtqStsOk, fwd(&x, &y, &z, &two, 1, coeff, 1, state.get()));
-    const float expected[4] = {0.56418958f, 0.0f, 0.97720504f, 0.0f};
-    for (int k = 0; k < 4; ++k) EXPECT_NEAR(expected[k], coeff[k], 2e-7) << k;
-
-    // Forward of 1 at d, then inverse at d: the basis's sum of squares at d, which is (order+1)^2 /
-    // (4 pi) by the addition theorem.
-    for (Vtq32u order = 0; order <= 15; ++order) {
-      std::vector<float> c(SetSize(order), 0.0f);
-      float value = 0.0f;
-      ASSERT_EQ(vtqStsOk,
-                fwd(d.x.data(), d.y.data(), d.z.data(), &one, 1, c.data(), order, state.get()));
-      ASSERT_EQ(vtqStsOk,
-                inv(c.data(), order, d.x.data(), d.y.data(), d.z.data(), &value, 1, state.get()));
-      const double exact = SetSize(order) / (4.0 * M_PI);
-      EXPECT_NEAR(exact, value, 1e-5 * exact) << "order " << order;
-    }
-  }
-}
-
-// Gauss-Legendre nodes and weights on [-1, 1], by Newton's method in long double.
-void GaussLegendre(int count, std::vector<long double> &nodes, std::vector<long double> &weights) {
-  for (int i = 0; i < count; ++i) {
-    long double t = std::cos(M_PI * (i + 0.75) / (count + 0.5)), derivative = 0, step = 1;
-    while (std::abs(step) > 1e-19L) {
-      long double p0 = 1, p1 = t;
-      for (int k = 2; k <= count; ++k)
-        p0 = std::exchange(p1, ((2 * k - 1) * t * p1 - (k - 1) * p0) / k);
-      derivative = count * (t * p1 - p0) / (t * t - 1);
-      step = p1 / derivative;
-      t -= step;
-    }
-    nodes.push_back(t);
-    weights.push_back(2 / ((1 - t * t) * derivative * derivative));
-  }
-}
-
-// 16 Gauss-Legendre nodes in z times 32 azimuths integrate products of two band-15 harmonics
-// exactly, so the forward transform of a weighted band-limited function returns its coefficients up
-// to float rounding, and the inverse evaluates them elsewhere.
-TEST(SHTransform, RoundTripOnQuadrature) {
-  constexpr int kRings = 16, kAzimuths = 32, kProbe = 29;
-  std::vector<long double> nodes, weights;
-  GaussLegendre(kRings, nodes, weights);
-  std::mt19937 rng(5);
-  std::uniform_real_distribution<float> uniform(-1.0f, 1.0f);
-  std::vector<float> truth(256), samples;
-  Directions q(0, 0);
-  for (float &c : truth) c = uniform(rng);
-  auto evaluate = [](const std::vector<float> &coeff, float px, float py, float pz) {
-    const auto basis = ShReferenceSet(15, px, py, pz);
-    long double value = 0;
-    for (int k = 0; k < 256; ++k) value += coeff[k] * basis[k];
-    return value;
-  };
-  for (int i = 0; i < kRings; ++i) {
-    for (int j = 0; j < kAzimuths; ++j) {
-      const long double phi = 2 * M_PI * j / kAzimuths, r = std::sqrt(1 - nodes[i] * nodes[i]);
-      q.Add(r * std::cos(phi), r * std::sin(phi), nodes[i]);
-      samples.push_back(static_cast<float>(weights[i] * 2 * M_PI / kAzimuths *
-                                           evaluate(truth, q.x.back(), q.y.back(), q.z.back())));
-    }
-  }
-  const Directions probe(kProbe, 17);
-  for (int method : kMethods) {
-    State state(15, method);
-    std::vector<float> coeff(256, 0.0f), out(kProbe);
-    ASSERT_EQ(vtqStsOk, kDispatchTable.SHTFwd_32f_C1I[kPathU8](q.x.data(), q.y.data(), q.z.data(),
-                                                               samples.data(), kRings * kAzimuths,
-                                                               coeff.data(), 15, state.get()));
-    // 512 float adds of terms up to about 0.3, plus the basis error; observed below 1e-5.
-    for (int k = 0; k < 256; ++k) EXPECT_NEAR(truth[k], coeff[k], 4e-5) << "coefficient " << k;
-
-    // A 256-term float dot product of values up to ~12, against long double.
-    ASSERT_EQ(vtqStsOk, kDispatchTable.SHTInv_32f_C1[kPathU8](coeff.data(), 15, probe.x.data(),
-                                                              probe.y.data(), probe.z.data(),
-                                                              out.data(), kProbe, state.get()));
-    for (int i = 0; i < kProbe; ++i) {
-      EXPECT_NEAR(evaluate(coeff, probe.x[i], probe.y[i], probe.z[i]), out[i], 2e-5) << i;
     }
   }
 }

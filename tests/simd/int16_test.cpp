@@ -1,65 +1,51 @@
-// The integer lanes whose code is more than one instruction: the unsigned saturating pack
-// built from the signed one, and the widenings, each against plain scalar conversions.
+// The integer lanes whose code is more than one instruction (the unsigned saturating pack built
+// from the signed one, the widenings) and the rounding rule, each against plain scalar code.
 #include "simd/int16.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <iterator>
 #include <limits>
-#include <vector>
 
 namespace vtqr::test {
 namespace {
 
 using namespace vtqr::u8::simd;
 
-std::vector<int32_t> Lanes32(__m128i v) {
-  std::vector<int32_t> lanes(4);
+template <class T>
+std::array<T, 16 / sizeof(T)> Lanes(__m128i v) {
+  std::array<T, 16 / sizeof(T)> lanes;
   _mm_storeu_si128(reinterpret_cast<__m128i*>(lanes.data()), v);
   return lanes;
 }
 
-std::vector<uint16_t> Lanes16(__m128i v) {
-  std::vector<uint16_t> lanes(8);
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(lanes.data()), v);
-  return lanes;
-}
+__m128i Load(const int32_t* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
 
-// Each input is packed in every one of the eight result lanes, so a pack that mixes up the
-// order of its two halves or of the lanes within them fails as surely as one that clamps
-// wrongly.
-TEST(IntLanes, PackSat16uClampsEveryLane) {
+// Each input passes through every one of the eight result lanes, so a pack that mixes up its
+// two halves or the lanes within them fails as surely as one that clamps wrongly. The in-range
+// pack must agree with the saturating one on inputs already clamped.
+TEST(IntLanes, PacksClampEveryLane) {
   const int32_t inputs[] = {0,      1,     -1,    32767,     32768,     65534,
                             65535,  65536, 70000, -32768,    -32769,    -65536,
                             -65535, 98303, 98304, INT32_MAX, INT32_MIN, INT32_MIN + 32768};
   const int count = static_cast<int>(std::size(inputs));
   for (int shift = 0; shift < count; ++shift) {
-    int32_t in[8];
-    for (int k = 0; k < 8; ++k) in[k] = inputs[(k + shift) % count];
-    __m128i lo = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in));
-    __m128i hi = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + 4));
-    std::vector<uint16_t> u = Lanes16(PackSat16u(lo, hi));
-    std::vector<uint16_t> s = Lanes16(PackSat16s(lo, hi));
+    int32_t in[8], clamped[8];
     for (int k = 0; k < 8; ++k) {
-      const int64_t v = in[k];
-      EXPECT_EQ(static_cast<uint16_t>(std::clamp<int64_t>(v, 0, 65535)), u[k]) << v;
-      EXPECT_EQ(static_cast<uint16_t>(std::clamp<int64_t>(v, -32768, 32767)), s[k]) << v;
+      in[k] = inputs[(k + shift) % count];
+      clamped[k] = std::clamp(in[k], 0, 65535);
     }
-  }
-}
-
-// Lanes already within 0..65535 pack as the saturating pack packs them.
-TEST(IntLanes, Pack16uInRangeMatchesPackSat16u) {
-  const int32_t in[8] = {0, 1, 32767, 32768, 32769, 65534, 65535, 12345};
-  for (int shift = 0; shift < 8; ++shift) {
-    int32_t lanes[8];
-    for (int k = 0; k < 8; ++k) lanes[k] = in[(k + shift) % 8];
-    const __m128i lo = _mm_loadu_si128(reinterpret_cast<const __m128i*>(lanes));
-    const __m128i hi = _mm_loadu_si128(reinterpret_cast<const __m128i*>(lanes + 4));
-    EXPECT_EQ(Lanes16(PackSat16u(lo, hi)), Lanes16(Pack16uInRange(lo, hi)));
+    const auto u = Lanes<uint16_t>(PackSat16u(Load(in), Load(in + 4)));
+    const auto s = Lanes<int16_t>(PackSat16s(Load(in), Load(in + 4)));
+    for (int k = 0; k < 8; ++k) {
+      EXPECT_EQ(clamped[k], u[k]) << in[k];
+      EXPECT_EQ(std::clamp(in[k], -32768, 32767), s[k]) << in[k];
+    }
+    EXPECT_EQ(u, Lanes<uint16_t>(Pack16uInRange(Load(clamped), Load(clamped + 4))));
   }
 }
 
@@ -67,14 +53,16 @@ TEST(IntLanes, Pack16uInRangeMatchesPackSat16u) {
 TEST(IntLanes, Widening) {
   const uint16_t words[8] = {0, 1, 0x7F, 0x80, 0x7FFF, 0x8000, 0xFFFE, 0xFFFF};
   const Vtq8u bytes[4] = {0x00, 0x7F, 0x80, 0xFF};
-  __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(words));
-  const std::vector<int32_t> u16[2] = {Lanes32(Widen16uLo(v)), Lanes32(Widen16uHi(v))};
-  const std::vector<int32_t> s16[2] = {Lanes32(Widen16sLo(v)), Lanes32(Widen16sHi(v))};
+  const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(words));
+  const std::array<int32_t, 4> u16[2] = {Lanes<int32_t>(Widen16uLo(v)),
+                                         Lanes<int32_t>(Widen16uHi(v))};
+  const std::array<int32_t, 4> s16[2] = {Lanes<int32_t>(Widen16sLo(v)),
+                                         Lanes<int32_t>(Widen16sHi(v))};
   for (int k = 0; k < 8; ++k) {
     EXPECT_EQ(int32_t{words[k]}, u16[k / 4][k % 4]) << k;
     EXPECT_EQ(int32_t{static_cast<int16_t>(words[k])}, s16[k / 4][k % 4]) << k;
   }
-  const std::vector<int32_t> u8 = Lanes32(Widen8uTo32(Load4x8u(bytes)));
+  const auto u8 = Lanes<int32_t>(Widen8uTo32(Load4x8u(bytes)));
   float f[4];
   _mm_storeu_ps(f, ToFloat(Widen8uTo32(Load4x8u(bytes))));
   for (int k = 0; k < 4; ++k) {
@@ -83,23 +71,21 @@ TEST(IntLanes, Widening) {
   }
 }
 
-// Ties go to the even neighbour; NaN and the values outside int32 give INT32_MIN.
+// Ties go to the even neighbour (a truncating conversion would pass most other inputs); NaN and
+// the values outside int32 give INT32_MIN.
 TEST(IntLanes, RoundToIntTiesToEven) {
-  const float nan = std::numeric_limits<float>::quiet_NaN();
   const float inputs[] = {0.5f,          1.5f,           2.5f,          -0.5f,
                           -1.5f,         -2.5f,          0.49999997f,   8388609.0f,
                           2147483520.0f, -2147483648.0f, 2147483648.0f, -2147483904.0f,
-                          nan,           INFINITY,       -INFINITY,     1e-45f};
+                          NAN,           INFINITY,       -INFINITY,     1e-45f};
   for (size_t k = 0; k < std::size(inputs); k += 4) {
-    const std::vector<int32_t> r = Lanes32(RoundToInt(_mm_loadu_ps(inputs + k)));
+    const auto r = Lanes<int32_t>(RoundToInt(_mm_loadu_ps(inputs + k)));
     for (int j = 0; j < 4; ++j) {
-      const double x = inputs[k + j];
-      // Reference in double: the nearest integer, with the exact tie rule written out.
-      double expected = std::floor(x);
-      const double fraction = x - expected;
-      if (fraction > 0.5 || (fraction == 0.5 && std::fmod(expected, 2.0) != 0.0)) expected += 1;
-      const bool fits = !std::isnan(x) && expected >= INT32_MIN && expected <= INT32_MAX;
-      EXPECT_EQ(fits ? static_cast<int32_t>(expected) : INT32_MIN, r[j]) << inputs[k + j];
+      const double x = inputs[k + j], below = std::floor(x), fraction = x - below;
+      const double nearest =
+          below + (fraction > 0.5 || (fraction == 0.5 && std::fmod(below, 2.0) != 0.0));
+      const bool fits = !std::isnan(x) && nearest >= INT32_MIN && nearest <= INT32_MAX;
+      EXPECT_EQ(fits ? static_cast<int32_t>(nearest) : INT32_MIN, r[j]) << inputs[k + j];
     }
   }
 }

@@ -1,5 +1,6 @@
 // vtqrKDTreeBuildAlloc: argument checks and their order, one-leaf layouts, compact leaves, the
-// SAH build's memory budget, its split search against brute force, and triangle clipping.
+// SAH build's memory budget and its split search against brute force. Triangle clipping is
+// covered by the exact checker on built trees (kdtree_tree_test).
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -327,100 +328,6 @@ TEST(KDTreeSplitSearch, AxisTiesOnSymmetricScenes) {
     ASSERT_FALSE(kdnode::IsLeaf(call.tree[0])) << scene.name;
     EXPECT_EQ(kdnode::SplitAxis(call.tree[0]), scene.expectedAxis) << scene.name;
   }
-}
-
-// Bounds of triangle ∩ box in long double, from the corners the clipped polygon can have:
-// triangle corners inside the box, triangle edges through its faces, box edges through the
-// triangle. No corner: the triangle misses the box.
-bool ReferenceClip(const float* t, const kd::Box& box, long double lo[3], long double hi[3]) {
-  using P = std::array<long double, 3>;
-  const P v[3] = {{t[0], t[1], t[2]}, {t[3], t[4], t[5]}, {t[6], t[7], t[8]}};
-  std::vector<P> corners;
-  auto keep = [&](const P& p) {
-    for (int k = 0; k < 3; ++k) {
-      if (p[k] < box.lo[k] - 1e-12L || p[k] > box.hi[k] + 1e-12L) return;
-    }
-    corners.push_back(p);
-  };
-  for (int e = 0; e < 3; ++e) {
-    keep(v[e]);
-    const P &p = v[e], &q = v[(e + 1) % 3];
-    for (int k = 0; k < 3; ++k) {
-      for (long double plane : {(long double)box.lo[k], (long double)box.hi[k]}) {
-        const long double s = (plane - p[k]) / (q[k] - p[k]);  // not finite for a parallel edge
-        if (!(s >= 0 && s <= 1)) continue;
-        P x;
-        for (int j = 0; j < 3; ++j) x[j] = p[j] + s * (q[j] - p[j]);
-        x[k] = plane;
-        keep(x);
-      }
-    }
-  }
-  // Box edges along axis k at the corners (a, b) of the other two axes, kept where their
-  // barycentric coordinates in the triangle's projection lie in [0, 1].
-  for (int k = 0; k < 3; ++k) {
-    const int ka = (k + 1) % 3, kb = (k + 2) % 3;
-    const long double e1a = v[1][ka] - v[0][ka], e2a = v[2][ka] - v[0][ka];
-    const long double e1b = v[1][kb] - v[0][kb], e2b = v[2][kb] - v[0][kb];
-    const long double det = e1a * e2b - e2a * e1b;
-    for (int corner = 0; corner < 4 && det != 0; ++corner) {
-      const long double a = corner & 1 ? box.hi[ka] : box.lo[ka];
-      const long double b = corner & 2 ? box.hi[kb] : box.lo[kb];
-      const long double ra = a - v[0][ka], rb = b - v[0][kb];
-      const long double u = (ra * e2b - e2a * rb) / det, w = (e1a * rb - ra * e1b) / det;
-      if (u < 0 || w < 0 || u + w > 1) continue;
-      P x;
-      for (int j = 0; j < 3; ++j) x[j] = v[0][j] + u * (v[1][j] - v[0][j]) + w * (v[2][j] - v[0][j]);
-      x[ka] = a, x[kb] = b;
-      keep(x);
-    }
-  }
-  for (int k = 0; k < 3 && !corners.empty(); ++k) {
-    lo[k] = hi[k] = corners[0][k];
-    for (const P& p : corners) lo[k] = std::min(lo[k], p[k]), hi[k] = std::max(hi[k], p[k]);
-  }
-  return !corners.empty();
-}
-
-// Clipped bounds hold every point of the triangle in the cell, lie within a few float steps of
-// the exact bounds, and a triangle is dropped only when it misses the cell. Flat triangles stay
-// flat. Grid coordinates make corners and edges land exactly on cell faces.
-TEST(KDTreeClip, ClippedBoundsAreConservativeAndTight) {
-  std::mt19937 rng(7);
-  std::uniform_int_distribution<int> grid(-8, 8);
-  std::uniform_real_distribution<float> real(-1.0f, 1.0f);
-  int dropped = 0, tightened = 0;
-  for (int i = 0; i < 20000; ++i) {
-    SCOPED_TRACE(i);
-    auto coordinate = [&] { return i % 2 == 0 ? grid(rng) / 8.0f : real(rng); };
-    float t[9];
-    for (float& x : t) x = coordinate();
-    if (i % 5 == 0) t[2] = t[5] = t[8];  // flat in z
-    kd::Box box, cell, clipped;
-    for (int k = 0; k < 3; ++k) {
-      box.lo[k] = std::min({t[k], t[3 + k], t[6 + k]});
-      box.hi[k] = std::max({t[k], t[3 + k], t[6 + k]});
-      const float a = coordinate(), b = coordinate();
-      cell.lo[k] = std::min(a, b), cell.hi[k] = std::max(a, b);
-    }
-    long double lo[3], hi[3];
-    const bool meets = ReferenceClip(t, cell, lo, hi);
-    const bool kept = kd::ClipTriangle(&t[0], &t[3], &t[6], box, cell, &clipped);
-    ASSERT_TRUE(kept || !meets);
-    dropped += !kept;
-    if (!kept || !meets) continue;
-    for (int k = 0; k < 3; ++k) {
-      ASSERT_TRUE(clipped.lo[k] <= lo[k] && lo[k] - clipped.lo[k] <= 0x1p-22L) << "axis " << k;
-      ASSERT_TRUE(clipped.hi[k] >= hi[k] && clipped.hi[k] - hi[k] <= 0x1p-22L) << "axis " << k;
-      tightened += clipped.hi[k] - clipped.lo[k] < box.hi[k] - box.lo[k];
-    }
-    if (i % 5 == 0) {
-      ASSERT_EQ(Bits(clipped.lo[2]), Bits(clipped.hi[2]));
-    }
-  }
-  // The cases must exercise both outcomes.
-  EXPECT_GT(dropped, 1000);
-  EXPECT_GT(tightened, 1000);
 }
 
 }  // namespace

@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "accel/kdtree_node.h"
+#include "bench/bench_clock.h"
 #include "support/kdtree_check.h"
 #include "support/mesh_loader.h"
 #include "vtqcore.h"
@@ -32,6 +33,8 @@
 
 namespace {
 
+using vtqr::bench::CpuNow;
+using vtqr::bench::Median;
 namespace kdnode = vtqr::kdnode;
 using vtqr::test::Mesh;
 
@@ -45,19 +48,6 @@ struct Row {
   double trisPerRay = 0;
 };
 std::vector<Row> gRows;
-
-double Median(std::vector<double> values) {
-  std::sort(values.begin(), values.end());
-  return values.empty() ? 0.0 : values[values.size() / 2];
-}
-
-// Process CPU time: the machine is shared, and CPU time is what a contended core still measures
-// fairly. Both builders run on this one thread (Embree with threads=1).
-double Now() {
-  timespec now;
-  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
-  return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
-}
 
 // Ray/triangle test in double precision (Moller-Trumbore); the hit distance or +inf.
 double HitDistance(const Mesh& mesh, int32_t tri, const double o[3], const double d[3]) {
@@ -175,10 +165,10 @@ void BuildSah(benchmark::State& state, const Mesh* mesh, Row* row) {
   for (auto _ : state) {
     VtqrKDTreeNode* tree = nullptr;
     int size = 0;
-    double start = Now();
+    double start = CpuNow();
     VtqStatus status = vtqrKDTreeBuildAlloc(&tree, mesh->vert.data(), mesh->tri.data(),
                                             mesh->VertCount(), mesh->TriCount(), &size, &params);
-    double seconds = Now() - start;
+    double seconds = CpuNow() - start;
     state.SetIterationTime(seconds);
     if (status != vtqStsOk) {
       state.SkipWithError("build failed");
@@ -224,7 +214,7 @@ void BuildEmbree(benchmark::State& state, const Mesh* mesh, Row* row, RTCBuildQu
   vert.push_back(0.0f);
   for (auto _ : state) {
     int64_t before = gEmbreeBytes;
-    double start = Now();
+    double start = CpuNow();
     RTCScene scene = rtcNewScene(device);
     rtcSetSceneBuildQuality(scene, quality);
     RTCGeometry geometry = rtcNewGeometry(device, RTC_GEOMETRY_TYPE_TRIANGLE);
@@ -237,7 +227,7 @@ void BuildEmbree(benchmark::State& state, const Mesh* mesh, Row* row, RTCBuildQu
     rtcAttachGeometry(scene, geometry);
     rtcReleaseGeometry(geometry);
     rtcCommitScene(scene);
-    double seconds = Now() - start;
+    double seconds = CpuNow() - start;
     state.SetIterationTime(seconds);
     row->seconds[name].push_back(seconds);
     row->bytes[name] = gEmbreeBytes - before;

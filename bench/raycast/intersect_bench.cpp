@@ -27,12 +27,12 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
 #include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "bench/bench_clock.h"
 #include "support/mesh_loader.h"
 #include "vtqcore.h"
 #include "vtqr.h"
@@ -43,6 +43,9 @@
 
 namespace {
 
+using vtqr::bench::CpuNow;
+using vtqr::bench::Median;
+using vtqr::bench::WallNow;
 using vtqr::test::Mesh;
 
 constexpr int kImage = 1024;
@@ -51,17 +54,6 @@ constexpr int kBlocksPerSide = kImage / kBlock;
 constexpr int kBlockRays = kBlock * kBlock;
 constexpr int kRays = kImage * kImage;
 constexpr float kShadowEnd = 0.999f;
-
-double CpuNow() {
-  timespec now;
-  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
-  return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
-}
-double WallNow() {
-  timespec now;
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
-}
 
 // A 64-byte aligned array (vtqMalloc), optionally `offset` elements past the boundary.
 template <class T>
@@ -111,11 +103,6 @@ struct Scene {
 #endif
 };
 std::vector<std::unique_ptr<Scene>> gScenes;
-
-double Median(std::vector<double> v) {
-  std::sort(v.begin(), v.end());
-  return v.empty() ? 0.0 : v[v.size() / 2];
-}
 
 // Builds records, box and tree (SAH, factor 0), and aims the camera along -z so that the mesh's
 // box fills the image.

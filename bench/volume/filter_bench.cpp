@@ -15,7 +15,6 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <map>
@@ -23,6 +22,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/bench_clock.h"
 #include "vtqcore.h"
 #include "vtqr.h"
 
@@ -32,19 +32,12 @@
 
 namespace {
 
+using vtqr::bench::Median;
+using vtqr::bench::WallNow;
+
 constexpr int kSide = 256;
 constexpr int kBorder = 3;  // enough for every kernel here, centred
 constexpr int kPadded = kSide + 2 * kBorder;
-
-double Now() {
-  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
-}
-
-double Median(std::vector<double> v) {
-  if (v.empty()) return NAN;
-  std::sort(v.begin(), v.end());
-  return v[v.size() / 2];
-}
 
 std::map<std::string, std::vector<double>> gSeconds;
 
@@ -162,9 +155,9 @@ void BM_Filter(benchmark::State& state, const KernelCase* c, int threads) {
   const std::string name = std::string(c->name) + (threads == 1 ? " 1t" : " 2t");
   double seconds = 0;
   for (auto _ : state) {
-    const double start = Now();
+    const double start = WallNow();
     run.Filter(w, c->n, divisor);
-    seconds = Now() - start;
+    seconds = WallNow() - start;
     state.SetIterationTime(seconds);
     gSeconds[name].push_back(seconds);
   }

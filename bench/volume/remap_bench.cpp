@@ -20,42 +20,26 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
 #include <map>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "bench/bench_clock.h"
 #include "itk_remap.h"
 #include "vtqcore.h"
 #include "vtqr.h"
 
 namespace {
 
+using vtqr::bench::CpuNow;
+using vtqr::bench::Median;
 using vtqr::bench::ItkPixel;
+using vtqr::bench::WallNow;
 
 constexpr int kSide = 256;
 constexpr size_t kVoxels = size_t{kSide} * kSide * kSide;
 constexpr double kTau = 6.283185307179586;
-
-// Single-thread figures are process CPU time, which a shared machine disturbs least; the
-// two-thread figures, and the scaling from one to two threads, are wall time.
-double CpuNow() {
-  timespec now;
-  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
-  return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
-}
-double WallNow() {
-  timespec now;
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
-}
-
-double Median(std::vector<double> v) {
-  if (v.empty()) return NAN;
-  std::sort(v.begin(), v.end());
-  return v[v.size() / 2];
-}
 
 // Seconds of every run, by case name: CPU and wall time.
 std::map<std::string, std::vector<double>> gCpu, gWall;

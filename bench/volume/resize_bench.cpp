@@ -14,7 +14,6 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -23,25 +22,19 @@
 #include <string>
 #include <vector>
 
+#include "bench/bench_clock.h"
 #include "itk_resize.h"
 #include "vtqcore.h"
 #include "vtqr.h"
 
 namespace {
 
+using vtqr::bench::Median;
+using vtqr::bench::WallNow;
+
 using vtqr::bench::ItkPixel;
 
 constexpr int kSide = 256;
-
-double Now() {
-  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
-}
-
-double Median(std::vector<double> v) {
-  if (v.empty()) return NAN;
-  std::sort(v.begin(), v.end());
-  return v[v.size() / 2];
-}
 
 // Seconds of every run, by case name.
 std::map<std::string, std::vector<double>> gSeconds;
@@ -136,9 +129,9 @@ void BM_Resize(benchmark::State& state, double factor, int code, int threads) {
                            (threads == 1 ? " 1t" : " 2t");
   double seconds = 0;
   for (auto _ : state) {
-    const double start = Now();
+    const double start = WallNow();
     Resize(src, factor, code, &dst, &buffer);
-    seconds = Now() - start;
+    seconds = WallNow() - start;
     state.SetIterationTime(seconds);
     gSeconds[name].push_back(seconds);
   }
@@ -200,10 +193,10 @@ void BM_Copy(benchmark::State& state) {
   std::vector<Vtq32f> dst(src.size());
   double seconds = 0;
   for (auto _ : state) {
-    const double start = Now();
+    const double start = WallNow();
     std::memcpy(dst.data(), src.data(), src.size() * sizeof(Vtq32f));
     benchmark::DoNotOptimize(dst.data());
-    seconds = Now() - start;
+    seconds = WallNow() - start;
     state.SetIterationTime(seconds);
     gSeconds["copy"].push_back(seconds);
   }

@@ -64,8 +64,8 @@ TEST_P(IntersectInputs, DefinedResults) {
         ASSERT_TRUE(RefTriangleTest(object.accel[size_t(c.expected)], c.origin, c.dir, &hit));
       }
       for (size_t offset : {0, 1}) {
-        SCOPED_TRACE(::testing::Message() << c.name << ", offset " << offset << ", tree "
-                                          << std::hex << algorithm);
+        SCOPED_TRACE(::testing::Message()
+                     << c.name << ", offset " << offset << ", tree " << std::hex << algorithm);
         RayBlock eye = rays.CopyAt(offset), own = rays.CopyAt(offset), any = rays.CopyAt(offset);
         ASSERT_EQ(vtqStsOk, eye.Eye(path(), c.origin, object.context));
         ASSERT_EQ(vtqStsOk, own.Multiple(path(), object.context));

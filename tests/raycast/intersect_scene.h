@@ -36,10 +36,10 @@ struct Object {
     const VtqrKDTreeBuildParams params{algorithm, 50, 0.0f, 1024, 0};
     VtqrKDTreeNode* root = nullptr;
     int size = 0;
-    EXPECT_EQ(vtqStsOk, t.KDTreeBuildAlloc[kPathU8](
-                            &root, mesh.vert.empty() ? kNoVert : mesh.vert.data(),
-                            mesh.tri.empty() ? kNoTri : mesh.tri.data(), mesh.VertCount(),
-                            mesh.TriCount(), &size, &params));
+    EXPECT_EQ(vtqStsOk,
+              t.KDTreeBuildAlloc[kPathU8](&root, mesh.vert.empty() ? kNoVert : mesh.vert.data(),
+                                          mesh.tri.empty() ? kNoTri : mesh.tri.data(),
+                                          mesh.VertCount(), mesh.TriCount(), &size, &params));
     tree.reset(root);
     context = {box, accel.data(), root};
     // Centre and half the diagonal of the box (the origin and 1 for an empty mesh's).

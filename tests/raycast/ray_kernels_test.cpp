@@ -87,7 +87,9 @@ struct Args {
   Rays& r;
   int first, nullParam;
   template <class T>
-  T* Or(int param, T* pointer) const { return param == nullParam ? nullptr : pointer; }
+  T* Or(int param, T* pointer) const {
+    return param == nullParam ? nullptr : pointer;
+  }
   float* F(int param, int plane) const { return Or(param, r[plane] + first); }
   int32_t* Mask(int param) const { return Or(param, r.mask + first); }
   P3 Planes(int param, int plane) const {

@@ -39,8 +39,13 @@ std::vector<float> Normals(CodePath path, const Triangles& t) {
 // (V1 - V0) x (V2 - V0) in long double, another pair of edges than the library's; its length.
 long double ExactNormal(const float* v, long double n[3]) {
   long double e1[3], e2[3];
-  for (int c = 0; c < 3; ++c) e1[c] = (long double)v[3 + c] - v[c], e2[c] = (long double)v[6 + c] - v[c];
-  for (int c = 0; c < 3; ++c) n[c] = e1[(c + 1) % 3] * e2[(c + 2) % 3] - e1[(c + 2) % 3] * e2[(c + 1) % 3];
+  for (int c = 0; c < 3; ++c) {
+    e1[c] = static_cast<long double>(v[3 + c]) - v[c];
+    e2[c] = static_cast<long double>(v[6 + c]) - v[c];
+  }
+  for (int c = 0, a = 1, b = 2; c < 3; ++c, a = (c + 1) % 3, b = (c + 2) % 3) {
+    n[c] = e1[a] * e2[b] - e1[b] * e2[a];
+  }
   return std::hypot(n[0], n[1], n[2]);
 }
 
@@ -77,7 +82,9 @@ TEST_P(TriangleNormal, MatchesLongDouble) {
     long double n[3];
     const long double length = ExactNormal(v, n);
     double e1[3], e2[3];
-    for (int c = 0; c < 3; ++c) e1[c] = double(v[c]) - v[6 + c], e2[c] = double(v[3 + c]) - v[6 + c];
+    for (int c = 0; c < 3; ++c) {
+      e1[c] = double(v[c]) - v[6 + c], e2[c] = double(v[3 + c]) - v[6 + c];
+    }
     const double m[3] = {e1[1] * e2[2] - e1[2] * e2[1], e1[2] * e2[0] - e2[2] * e1[0],
                          e2[1] * e1[0] - e1[1] * e2[0]};
     const double root = std::sqrt(m[0] * m[0] + m[1] * m[1] + m[2] * m[2]);
@@ -139,7 +146,9 @@ TEST_P(TriangleNormal, SameBitsOnAnyThreadCount) {
     ThreadCount scope(2);
 #pragma omp parallel num_threads(2)
     nested[omp_get_thread_num()] = Normals(path(), t);
-    for (const auto& n : nested) EXPECT_TRUE(n.empty() || SameBits(one.data(), n.data(), one.size()));
+    for (const auto& n : nested) {
+      EXPECT_TRUE(n.empty() || SameBits(one.data(), n.data(), one.size()));
+    }
   }
 }
 

@@ -93,7 +93,7 @@ TEST_P(IntersectFamily, PathsAndReferencesAgree) {
           [&](CodePath p, RayBlock& b) { return b.Eye(p, set.origin, object.context); },
           [&](CodePath p, RayBlock& b) { return b.Any(p, set.origin, object.context); },
           [&](CodePath p, RayBlock& b) { return b.Multiple(p, object.context); },
-          [&](CodePath p, RayBlock& b) { return b.MO(p, twice, transforms); },
+          [&](CodePath p, RayBlock& b) { return b.MO(p, twice, transforms, 2); },
       };
       std::vector<RayBlock> ref;
       for (size_t c = 0; c < (scene.heavy ? 2 : 4); ++c) {

@@ -97,7 +97,6 @@ struct RayBlock {
     }
   }
   size_t Count() const { return size_t(width) * size_t(height); }
-  VtqSize Size() const { return {width, height}; }
   // The same rays and inputs at another alignment.
   RayBlock CopyAt(size_t offset) const {
     RayBlock copy(width, height, offset);
@@ -123,27 +122,38 @@ struct RayBlock {
     return hit;
   }
 
+  // The calls, with argument `nullArg` passed as null for the argument checks.
   VtqStatus Eye(CodePath path, const float eye[3], const VtqrIntersectContext& ob) {
     return kDispatchTable.IntersectEyeSO_32f[path](eye, Dir(), dist().data, Hit(), index().data,
-                                                   &ob, Size());
+                                                   &ob, size);
   }
   VtqStatus Multiple(CodePath path, const VtqrIntersectContext& ob) {
-    return kDispatchTable.IntersectMultipleSO_32f[path](Org(), Dir(), dist().data, Hit(),
-                                                        index().data, &ob, Size());
+    return kDispatchTable.IntersectMultipleSO_32f[path](
+        Or(kOrg, Org()), Or(kDir, Dir()), Or(kDist, dist().data), Or(kHit, Hit()),
+        Or(kIndex, index().data), Or(kContext, &ob), size);
   }
   // dist serves as each ray's end, index as the mask.
   VtqStatus Any(CodePath path, const float origin[3], const VtqrIntersectContext& ob) {
-    return kDispatchTable.IntersectAnySO_32f[path](origin, Dir(), dist().data, index().data, Size(),
-                                                   &ob);
+    return kDispatchTable.IntersectAnySO_32f[path](origin, Or(kDir, Dir()), Or(kDist, dist().data),
+                                                   Or(kIndex, index().data), size,
+                                                   Or(kContext, &ob));
   }
   VtqStatus MO(CodePath path, const std::vector<const VtqrIntersectContext*>& objects,
-               const float* const* transforms) {
-    return kDispatchTable.IntersectMO_32f[path](Org(), Dir(), dist().data, Hit(), index().data,
-                                                object().data, objects.data(), transforms,
-                                                static_cast<int>(objects.size()), Size());
+               const float* const* transforms, int count) {
+    return kDispatchTable.IntersectMO_32f[path](
+        Or(kOrg, Org()), Or(kDir, Dir()), Or(kDist, dist().data), Or(kHit, Hit()),
+        Or(kIndex, index().data), Or(kObject, object().data), Or(kContext, objects.data()),
+        transforms, count, size);
+  }
+  enum Arg { kOrg, kDir, kDist, kHit, kIndex, kObject, kContext, kNone };
+  template <class T>
+  T* Or(Arg arg, T* pointer) const {
+    return arg == nullArg ? nullptr : pointer;
   }
 
   int width, height;
+  VtqSize size{width, height};  // the block size passed to the calls
+  Arg nullArg = kNone;
   std::vector<Plane<float>> f;  // origin x, y, z, direction x, y, z, dist, u, v
   std::vector<Plane<int32_t>> i;
   const float* planes[6];

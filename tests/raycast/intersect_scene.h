@@ -43,14 +43,9 @@ struct Object {
     tree.reset(root);
     context = {box, accel.data(), root};
     // Centre and half the diagonal of the box (the origin and 1 for an empty mesh's).
-    double sum = 0;
-    for (int a = 0; a < 3; ++a) {
-      const bool empty = box[0] > box[3];
-      centre[a] = empty ? 0.0f : 0.5f * (box[a] + box[a + 3]);
-      const double half = empty ? 0.5 : 0.5 * (double(box[a + 3]) - box[a]);
-      sum += half * half;
-    }
-    radius = static_cast<float>(std::sqrt(sum));
+    const bool empty = box[0] > box[3];
+    for (int a = 0; a < 3; ++a) centre[a] = empty ? 0.0f : 0.5f * (box[a] + box[a + 3]);
+    radius = empty ? 1.0f : 0.5f * std::hypot(box[3] - box[0], box[4] - box[1], box[5] - box[2]);
   }
   Object(const Object&) = delete;  // the context points into the object itself
   struct FreeTree {

@@ -27,7 +27,7 @@ inline constexpr float kInf = std::numeric_limits<float>::infinity();
 // One object: the mesh, its records, bound box and tree, and the context naming them.
 struct Object {
   explicit Object(Mesh m, uint32_t algorithm = KDTreeAlgSAH)
-      : mesh(std::move(m)), accel(std::max(1, mesh.TriCount())) {
+      : mesh(std::move(m)), accel(size_t(std::max(1, mesh.TriCount()))) {
     const auto& t = kDispatchTable;
     t.TriangleAccelInit[kPathU8](accel.data(), mesh.vert.data(), mesh.tri.data(), mesh.TriCount());
     t.SetBoundBox_32f[kPathU8](mesh.vert.data(), mesh.VertCount(), box);
@@ -42,26 +42,19 @@ struct Object {
                                           mesh.VertCount(), mesh.TriCount(), &size, &params));
     tree.reset(root);
     context = {box, accel.data(), root};
+    // Centre and half the diagonal of the box (the origin and 1 for an empty mesh's).
+    const bool empty = box[0] > box[3];
+    for (int a = 0; a < 3; ++a) centre[a] = empty ? 0.0f : 0.5f * (box[a] + box[a + 3]);
+    radius = empty ? 1.0f : 0.5f * std::hypot(box[3] - box[0], box[4] - box[1], box[5] - box[2]);
   }
   Object(const Object&) = delete;  // the context points into the object itself
   struct FreeTree {
     void operator()(VtqrKDTreeNode* t) const { kDispatchTable.KDTreeFree[kPathU8](t); }
   };
-  // Centre and half the diagonal of the box (the origin and 1 for an empty mesh's).
-  float Centre(float centre[3]) const {
-    double sum = 0;
-    for (int a = 0; a < 3; ++a) {
-      const bool empty = box[0] > box[3];
-      centre[a] = empty ? 0.0f : 0.5f * (box[a] + box[a + 3]);
-      const double half = empty ? 0.5 : 0.5 * (double(box[a + 3]) - box[a]);
-      sum += half * half;
-    }
-    return static_cast<float>(std::sqrt(sum));
-  }
 
   Mesh mesh;
   std::vector<VtqrTriangleAccel> accel;
-  float box[6];
+  float box[6], centre[3], radius;
   std::unique_ptr<VtqrKDTreeNode, FreeTree> tree;
   VtqrIntersectContext context;
 };
@@ -79,7 +72,7 @@ template <class T>
 struct Plane {
   Plane(size_t n, size_t offset) : storage(n + offset + 64 / sizeof(T)) {
     const auto address = reinterpret_cast<uintptr_t>(storage.data());
-    data = storage.data() + ((64 - address % 64) % 64) / sizeof(T) + offset;
+    data = storage.data() + (64 - address % 64) % 64 / sizeof(T) + offset;
   }
   T& operator[](size_t k) { return data[k]; }
   std::vector<T> storage;
@@ -93,13 +86,12 @@ struct RayBlock {
     for (int p = 0; p < 9; ++p) f.emplace_back(Count(), offset);
     for (int p = 0; p < 2; ++p) i.emplace_back(Count(), offset);
     for (size_t k = 0; k < Count(); ++k) {
-      f[6][k] = kInf;
-      f[7][k] = f[8][k] = Sentinel();
-      i[0][k] = i[1][k] = 0x5A5A5A5A;
+      dist()[k] = kInf;
+      u()[k] = v()[k] = Sentinel();
+      index()[k] = object()[k] = 0x5A5A5A5A;
     }
   }
-  size_t Count() const { return static_cast<size_t>(width) * static_cast<size_t>(height); }
-  VtqSize Size() const { return {width, height}; }
+  size_t Count() const { return size_t(width) * size_t(height); }
   // The same rays and inputs at another alignment.
   RayBlock CopyAt(size_t offset) const {
     RayBlock copy(width, height, offset);
@@ -107,47 +99,56 @@ struct RayBlock {
     for (size_t p = 0; p < i.size(); ++p) std::copy_n(i[p].data, Count(), copy.i[p].data);
     return copy;
   }
-  Plane<float>& org(int a) { return f[static_cast<size_t>(a)]; }
-  Plane<float>& dir(int a) { return f[3 + static_cast<size_t>(a)]; }
+  Plane<float>& org(int a) { return f[size_t(a)]; }
+  Plane<float>& dir(int a) { return f[3 + size_t(a)]; }
   Plane<float>& dist() { return f[6]; }
   Plane<float>& u() { return f[7]; }
   Plane<float>& v() { return f[8]; }
   Plane<int32_t>& index() { return i[0]; }  // the mask, for the functions that read one
   Plane<int32_t>& object() { return i[1]; }
-
-  VtqStatus Eye(CodePath path, const float eye[3], const VtqrIntersectContext& ob) {
-    return kDispatchTable.IntersectEyeSO_32f[path](eye, Dir(), dist().data, Hit(), index().data,
-                                                   &ob, Size());
-  }
-  VtqStatus Multiple(CodePath path, const VtqrIntersectContext& ob) {
-    return kDispatchTable.IntersectMultipleSO_32f[path](Org(), Dir(), dist().data, Hit(),
-                                                        index().data, &ob, Size());
-  }
-  // dist serves as each ray's end, index as the mask.
-  VtqStatus Any(CodePath path, const float origin[3], const VtqrIntersectContext& ob) {
-    return kDispatchTable.IntersectAnySO_32f[path](origin, Dir(), dist().data, index().data, Size(),
-                                                   &ob);
-  }
-  VtqStatus MO(CodePath path, const std::vector<const VtqrIntersectContext*>& objects,
-               const float* const* transforms) {
-    return kDispatchTable.IntersectMO_32f[path](Org(), Dir(), dist().data, Hit(), index().data,
-                                                object().data, objects.data(), transforms,
-                                                static_cast<int>(objects.size()), Size());
-  }
-  const float* const* Org() {
-    for (int a = 0; a < 3; ++a) planes[a] = org(a).data;
-    return planes;
-  }
-  const float* const* Dir() {
-    for (int a = 0; a < 3; ++a) planes[3 + a] = dir(a).data;
-    return planes + 3;
+  const float* const* Org() { return Planes(0); }
+  const float* const* Dir() { return Planes(3); }
+  const float* const* Planes(int first) {
+    for (int a = 0; a < 3; ++a) planes[first + a] = f[size_t(first + a)].data;
+    return planes + first;
   }
   float* const* Hit() {
     hit[0] = u().data, hit[1] = v().data;
     return hit;
   }
 
+  // The calls, with argument `nullArg` passed as null for the argument checks.
+  VtqStatus Eye(CodePath path, const float eye[3], const VtqrIntersectContext& ob) {
+    return kDispatchTable.IntersectEyeSO_32f[path](eye, Dir(), dist().data, Hit(), index().data,
+                                                   &ob, size);
+  }
+  VtqStatus Multiple(CodePath path, const VtqrIntersectContext& ob) {
+    return kDispatchTable.IntersectMultipleSO_32f[path](
+        Or(kOrg, Org()), Or(kDir, Dir()), Or(kDist, dist().data), Or(kHit, Hit()),
+        Or(kIndex, index().data), Or(kContext, &ob), size);
+  }
+  // dist serves as each ray's end, index as the mask.
+  VtqStatus Any(CodePath path, const float origin[3], const VtqrIntersectContext& ob) {
+    return kDispatchTable.IntersectAnySO_32f[path](origin, Or(kDir, Dir()), Or(kDist, dist().data),
+                                                   Or(kIndex, index().data), size,
+                                                   Or(kContext, &ob));
+  }
+  VtqStatus MO(CodePath path, const std::vector<const VtqrIntersectContext*>& objects,
+               const float* const* transforms, int count) {
+    return kDispatchTable.IntersectMO_32f[path](
+        Or(kOrg, Org()), Or(kDir, Dir()), Or(kDist, dist().data), Or(kHit, Hit()),
+        Or(kIndex, index().data), Or(kObject, object().data), Or(kContext, objects.data()),
+        transforms, count, size);
+  }
+  enum Arg { kOrg, kDir, kDist, kHit, kIndex, kObject, kContext, kNone };
+  template <class T>
+  T* Or(Arg arg, T* pointer) const {
+    return arg == nullArg ? nullptr : pointer;
+  }
+
   int width, height;
+  VtqSize size{width, height};  // the block size passed to the calls
+  Arg nullArg = kNone;
   std::vector<Plane<float>> f;  // origin x, y, z, direction x, y, z, dist, u, v
   std::vector<Plane<int32_t>> i;
   const float* planes[6];
@@ -157,15 +158,11 @@ struct RayBlock {
 // Every output of two blocks agrees bit for bit.
 inline ::testing::AssertionResult SameResults(RayBlock& expected, RayBlock& actual) {
   for (size_t k = 0; k < expected.Count(); ++k) {
-    auto text = [k](RayBlock& b) {
-      return ::testing::Message() << "triangle " << b.index()[k] << " object " << b.object()[k]
-                                  << " at " << HexBits(b.dist()[k]) << " u " << HexBits(b.u()[k])
-                                  << " v " << HexBits(b.v()[k]);
+    auto text = [k](RayBlock& b) {  // triangle/object at t u v
+      return std::to_string(b.index()[k]) + "/" + std::to_string(b.object()[k]) + " at " +
+             HexBits(b.dist()[k]) + " " + HexBits(b.u()[k]) + " " + HexBits(b.v()[k]);
     };
-    if (expected.index()[k] != actual.index()[k] || expected.object()[k] != actual.object()[k] ||
-        Bits(expected.dist()[k]) != Bits(actual.dist()[k]) ||
-        Bits(expected.u()[k]) != Bits(actual.u()[k]) ||
-        Bits(expected.v()[k]) != Bits(actual.v()[k])) {
+    if (text(expected) != text(actual)) {
       return ::testing::AssertionFailure()
              << "ray " << k << ": expected " << text(expected) << ", got " << text(actual);
     }
@@ -182,32 +179,23 @@ struct RaySet {
   bool common = true;
 };
 
-// Eye rays of a pinhole camera at `eye` aimed at the object's centre, its image `span` wide at
-// unit distance, through vtqrCastEye_32f.
+// Rays from `eye` through a pinhole image `span` wide at unit distance, aimed at the object's
+// centre: a coherent block, as eye rays are. The image axes need only be roughly perpendicular
+// to the view from the eyes used here.
 inline RaySet CameraRays(const char* name, const Object& object, const float eye[3], int size,
                          float span) {
-  float centre[3];
-  object.Centre(centre);
   RaySet set{name, RayBlock(size, size), {eye[0], eye[1], eye[2]}};
-  // The view, a right vector perpendicular to the view and z, and an up vector.
-  const double f[3] = {double(centre[0]) - eye[0], double(centre[1]) - eye[1],
-                       double(centre[2]) - eye[2]};
-  const double n = std::sqrt(f[0] * f[0] + f[1] * f[1] + f[2] * f[2]);
-  const double rn = std::hypot(f[0], f[1]);
-  const double r[3] = {rn == 0 ? 1.0 : f[1] / rn, rn == 0 ? 0.0 : -f[0] / rn, 0.0};
-  const double up[3] = {r[1] * f[2] / n, -r[0] * f[2] / n, (r[0] * f[1] - r[1] * f[0]) / n};
-  const double step = span / size;
-  float org[3], dW[3], dH[3];
-  for (int a = 0; a < 3; ++a) {
-    dW[a] = static_cast<float>(r[a] * step);
-    dH[a] = static_cast<float>(-up[a] * step);
-    org[a] = static_cast<float>(f[a] / n - (r[a] - up[a]) * step * size / 2);
-  }
-  RayBlock& b = set.block;
-  float* dst[3] = {b.dir(0).data, b.dir(1).data, b.dir(2).data};
-  kDispatchTable.CastEye_32f[kPathU8](org, dW, dH, 0, 0, b.Size(), dst, b.Size());
-  for (size_t k = 0; k < b.Count(); ++k) {
-    for (int a = 0; a < 3; ++a) b.org(a)[k] = eye[a];
+  const float right[3] = {0.54f, -0.84f, 0.0f}, up[3] = {-0.7f, -0.44f, 0.57f};
+  float view[3];
+  for (int a = 0; a < 3; ++a) view[a] = object.centre[a] - eye[a];
+  const float n = std::hypot(view[0], view[1], view[2]);
+  for (size_t k = 0; k < set.block.Count(); ++k) {
+    const float x = span * (float(k % size_t(size)) / float(size) - 0.5f);
+    const float y = span * (0.5f - float(k / size_t(size)) / float(size));
+    for (int a = 0; a < 3; ++a) {
+      set.block.dir(a)[k] = view[a] / n + x * right[a] + y * up[a];
+      set.block.org(a)[k] = eye[a];
+    }
   }
   return set;
 }
@@ -216,8 +204,8 @@ inline RaySet CameraRays(const char* name, const Object& object, const float eye
 // parallel to axes, an eye inside the box, origins on triangles, distances that cut walks
 // short, NaN, infinite, tiny and zero direction components, masked rays. Live masks are 0..4.
 inline std::vector<RaySet> RaySets(const Object& object, int size, uint32_t seed) {
-  float centre[3];
-  const float radius = object.Centre(centre);
+  const float* centre = object.centre;
+  const float radius = object.radius;
   std::vector<RaySet> sets;
   std::mt19937 rng(seed);
   std::uniform_real_distribution<float> unit(-1.0f, 1.0f);

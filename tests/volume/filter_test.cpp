@@ -1,0 +1,375 @@
+// Filter: results against the exact reference for kernels of every shape from 1x1x1 to 7x7x7,
+// anchors at corners, centre and outside, divisors of both rules and signs, ties, saturation,
+// 32- and 64-bit sums; the same bits on either path and thread count; the order of the checks,
+// the size query, and the buffer plan within the reported size.
+//
+// The reference follows the documented formula literally (kernel weight (i, j, k) times source
+// voxel (x + ax - i, ...), summed in 64 bits) and rounds the exact rational quotient with
+// integer floor division, a method neither of the library's two rules uses.
+#include <gtest/gtest.h>
+
+#include <tuple>
+
+#include "volume/filter_scratch.h"
+#include "volume/volume_test_util.h"
+
+namespace vtqr::test {
+namespace {
+
+constexpr Vtq16s kUntouched16 = -23131;  // 0xA5A5
+
+// Voxels (x, y, z) for x in [lo.x, hi.x], likewise y and z, addressed as the filter addresses
+// them: slices()[z] + y * rowStep() + x * 2 bytes, with negative coordinates where lo is
+// negative. Rows are padded, and the padding and the space between slices are poisoned under
+// AddressSanitizer, so that any read outside the region fails there, even one multiplied by a
+// zero weight.
+class Block16s {
+ public:
+  Block16s(VtqPoint3D lo, VtqPoint3D hi)
+      : lo_(lo),
+        hi_(hi),
+        rowWords_((hi.x - lo.x + 4) / 4 * 4 + 8),
+        sliceWords_(rowWords_ * (hi.y - lo.y + 1) + 8),
+        words_(static_cast<size_t>(sliceWords_) * (hi.z - lo.z + 1) + 8, kUntouched16) {
+    VTQR_POISON(words_.data(), words_.size() * 2);
+    for (int z = 0; z <= hi.z - lo.z; ++z) {
+      // The address of voxel (0, 0, z); only ever used with offsets back into the region.
+      const intptr_t origin = reinterpret_cast<intptr_t>(&words_[size_t(z) * sliceWords_]) -
+                              (intptr_t{lo.y} * rowWords_ + lo.x) * 2;
+      slices_.push_back(reinterpret_cast<Vtq16s*>(origin));
+    }
+    for (int z = lo.z; z <= hi.z; ++z)
+      for (int y = lo.y; y <= hi.y; ++y) VTQR_UNPOISON(&at(lo.x, y, z), (hi.x - lo.x + 1) * 2);
+  }
+  ~Block16s() { VTQR_UNPOISON(words_.data(), words_.size() * 2); }
+  Block16s(const Block16s&) = delete;
+  Block16s& operator=(const Block16s&) = delete;
+
+  int rowStep() const { return rowWords_ * 2; }
+  // The slice pointers, indexed by z (negative z allowed where lo.z is).
+  Vtq16s* const* slices() const { return slices_.data() - lo_.z; }
+  const Vtq16s* const* constSlices() const { return const_cast<const Vtq16s* const*>(slices()); }
+  Vtq16s& at(int64_t x, int64_t y, int64_t z) const {
+    return reinterpret_cast<Vtq16s*>(reinterpret_cast<intptr_t>(slices()[z]) + y * rowStep())[x];
+  }
+  template <class F>
+  void Fill(F value) {
+    for (int z = lo_.z; z <= hi_.z; ++z)
+      for (int y = lo_.y; y <= hi_.y; ++y)
+        for (int x = lo_.x; x <= hi_.x; ++x) at(x, y, z) = value(x, y, z);
+  }
+  // Whether every word outside the region still holds kUntouched16. Overwrites the region.
+  bool PaddingUntouched() {
+    VTQR_UNPOISON(words_.data(), words_.size() * 2);
+    Fill([](int, int, int) { return kUntouched16; });
+    return std::count(words_.begin(), words_.end(), kUntouched16) == ptrdiff_t(words_.size());
+  }
+
+ private:
+  VtqPoint3D lo_, hi_;
+  int rowWords_, sliceWords_;
+  std::vector<Vtq16s> words_;
+  std::vector<Vtq16s*> slices_;
+};
+
+// The source region a filter call reads: [a - (n - 1), size - 1 + a] per axis.
+Block16s SourceFor(VtqVolumeSize dst, VtqVolumeSize kernel, VtqPoint3D a) {
+  return Block16s({a.x - (kernel.width - 1), a.y - (kernel.height - 1), a.z - (kernel.depth - 1)},
+                  {dst.width - 1 + a.x, dst.height - 1 + a.y, dst.depth - 1 + a.z});
+}
+Block16s DestinationFor(VtqVolumeSize dst) {
+  return Block16s({0, 0, 0}, {dst.width - 1, dst.height - 1, dst.depth - 1});
+}
+
+// The exact quotient sum / divisor rounded to nearest, halves to even, saturated.
+Vtq16s ReferenceRound(int64_t sum, int64_t divisor) {
+  if (divisor < 0) sum = -sum, divisor = -divisor;
+  int64_t q = sum / divisor, r = sum % divisor;
+  if (r < 0) q -= 1, r += divisor;  // floor division: 0 <= r < divisor
+  if (2 * r > divisor || (2 * r == divisor && (q & 1) != 0)) q += 1;
+  return static_cast<Vtq16s>(std::clamp<int64_t>(q, -32768, 32767));
+}
+
+int64_t ReferenceSum(const Block16s& src, const std::vector<Vtq16s>& kernel, VtqVolumeSize k,
+                     VtqPoint3D a, int64_t x, int64_t y, int64_t z) {
+  int64_t sum = 0;
+  for (int kz = 0; kz < k.depth; ++kz)
+    for (int ky = 0; ky < k.height; ++ky)
+      for (int kx = 0; kx < k.width; ++kx) {
+        sum += int64_t{kernel[(size_t(kz) * k.height + ky) * k.width + kx]} *
+               src.at(x + a.x - kx, y + a.y - ky, z + a.z - kz);
+      }
+  return sum;
+}
+
+// One filter call with a buffer of exactly the reported size.
+VtqStatus CallFilter(CodePath path, const Block16s& src, Block16s& dst, VtqVolumeSize size,
+                     const std::vector<Vtq16s>& kernel, VtqVolumeSize k, VtqPoint3D anchor,
+                     int divisor) {
+  int bytes = 0;
+  EXPECT_EQ(vtqStsOk, kDispatchTable.FilterGetBufSize[path](&size, &k, 1, &bytes));
+  ExactBuffer buffer(bytes);
+  return kDispatchTable.Filter_16s_C1PV[path](src.constSlices(), src.rowStep(), dst.slices(),
+                                              dst.rowStep(), size, kernel.data(), k, anchor,
+                                              divisor, buffer.data());
+}
+
+std::vector<Vtq16s> RandomKernel(VtqVolumeSize k, int limit, uint32_t seed) {
+  std::mt19937 rng(seed);
+  std::uniform_int_distribution<int> weight(-limit, limit);
+  std::vector<Vtq16s> kernel(size_t(k.width) * k.height * k.depth);
+  for (Vtq16s& w : kernel) w = static_cast<Vtq16s>(weight(rng));
+  return kernel;
+}
+
+// Voxels uniform in [-limit, limit]; at full range also runs of both extremes, so that the
+// largest sums and saturation occur.
+void FillSource(Block16s& src, int limit, uint32_t seed) {
+  std::mt19937 rng(seed);
+  std::uniform_int_distribution<int> voxel(-limit, limit), pick(0, 9);
+  src.Fill([&](int, int, int) {
+    const int p = limit == 32767 ? pick(rng) : 9;
+    return static_cast<Vtq16s>(p == 0 ? -32768 : p == 1 ? 32767 : voxel(rng));
+  });
+}
+
+class Filter : public PerPath {};
+VTQR_INSTANTIATE_PER_PATH(Filter);
+
+enum class Anchor { kLowCorner, kHighCorner, kCentre, kOutside };
+
+VtqPoint3D AnchorOf(Anchor a, VtqVolumeSize k) {
+  switch (a) {
+    case Anchor::kLowCorner:
+      return {0, 0, 0};
+    case Anchor::kHighCorner:
+      return {k.width - 1, k.height - 1, k.depth - 1};
+    case Anchor::kCentre:
+      return {k.width / 2, k.height / 2, k.depth / 2};
+    case Anchor::kOutside:
+      return {-2, k.height + 1, 1};
+  }
+  return {};
+}
+
+// Small voxels keep most quotients in range, so the rounding shows, with ties in about one
+// voxel in |divisor| for the small divisors; full-range voxels saturate both ends. Weight
+// limits up to 40 keep sums in 32 bits for every kernel here (7^3 * 40 < 65535); 32767 forces
+// 64-bit sums. Divisors mix powers of two (1, 2, 4, 2^20, INT_MIN) with others.
+const struct {
+  const char* name;
+  VtqVolumeSize dst, kernel;
+  Anchor anchor;
+  int weightLimit;  // weights uniform in [-limit, limit]
+  int voxelLimit;   // voxels likewise; 32767 adds runs of both extremes
+  int divisors[4];
+} kCases[] = {
+    // clang-format off
+    {"1x1x1", {19, 3, 2}, {1, 1, 1}, Anchor::kCentre, 3, 32767, {1, -1, 2, -6}},
+    {"2x1x1 narrow rows", {7, 5, 3}, {2, 1, 1}, Anchor::kLowCorner, 40, 300, {1, 3, -4, 2}},
+    {"3x3x3 centred", {33, 6, 4}, {3, 3, 3}, Anchor::kCentre, 40, 100, {27, 16, -2, 6}},
+    {"4x3x2 high corner", {17, 4, 3}, {4, 3, 2}, Anchor::kHighCorner, 40, 100, {24, -8, 1, -5}},
+    {"5x5x5 low corner", {16, 5, 5}, {5, 5, 5}, Anchor::kLowCorner, 40, 100, {125, 4, -3, 1 << 20}},
+    {"6x2x7 outside", {45, 3, 4}, {6, 2, 7}, Anchor::kOutside, 40, 100, {7, -2, 1, 64}},
+    {"7x7x7 centred", {15, 4, 3}, {7, 7, 7}, Anchor::kCentre, 20, 100, {343, 2, -7, INT32_MIN}},
+    {"8x1x1 even width", {40, 2, 2}, {8, 1, 1}, Anchor::kCentre, 40, 300, {8, 5, -1, 3}},
+    {"1x7x1 column", {9, 6, 3}, {1, 7, 1}, Anchor::kHighCorner, 40, 300, {7, 2, 1, -9}},
+    {"saturating", {24, 3, 2}, {3, 2, 2}, Anchor::kCentre, 4000, 32767, {1, -1, 2, 3}},
+    {"full range 7x7x7", {17, 2, 2}, {7, 7, 7}, Anchor::kCentre, 40, 32767, {1 << 16, -3000, 3, 1}},
+    {"64-bit sums, 3x3x3", {18, 3, 3}, {3, 3, 3}, Anchor::kCentre, 32767, 32767,
+     {1 << 20, 3 << 12, -(1 << 16), 24}},
+    {"64-bit sums, 4x2x1", {23, 4, 2}, {4, 2, 1}, Anchor::kLowCorner, 32767, 3, {2, 6, -2, 1}},
+    {"64-bit sums, narrow", {5, 3, 2}, {5, 3, 1}, Anchor::kHighCorner, 32767, 32767,
+     {4096, 5, -3, INT32_MIN}},
+    // clang-format on
+};
+
+TEST_P(Filter, MatchesTheExactReference) {
+  ThreadCount one(1);
+  uint32_t seed = 1;
+  for (const auto& c : kCases) {
+    const VtqPoint3D a = AnchorOf(c.anchor, c.kernel);
+    Block16s src = SourceFor(c.dst, c.kernel, a);
+    FillSource(src, c.voxelLimit, seed++);
+    std::vector<Vtq16s> kernel = RandomKernel(c.kernel, c.weightLimit, seed++);
+    if (c.weightLimit == 32767) kernel[0] = -32768;  // the one product pair that reaches 2^31
+    for (int divisor : c.divisors) {
+      SCOPED_TRACE(::testing::Message() << c.name << ", divisor " << divisor);
+      Block16s dst = DestinationFor(c.dst);
+      ASSERT_EQ(vtqStsOk, CallFilter(path(), src, dst, c.dst, kernel, c.kernel, a, divisor));
+      int mismatches = 0;
+      for (int z = 0; z < c.dst.depth; ++z)
+        for (int y = 0; y < c.dst.height; ++y)
+          for (int x = 0; x < c.dst.width; ++x) {
+            const int64_t sum = ReferenceSum(src, kernel, c.kernel, a, x, y, z);
+            if (dst.at(x, y, z) != ReferenceRound(sum, divisor) && ++mismatches <= 3) {
+              ADD_FAILURE() << "voxel (" << x << ", " << y << ", " << z << ") sum " << sum
+                            << ": expected " << ReferenceRound(sum, divisor) << ", got "
+                            << dst.at(x, y, z);
+            }
+          }
+      EXPECT_TRUE(dst.PaddingUntouched()) << "wrote outside the destination";
+    }
+  }
+}
+
+// Every quotient from -6 to 6 in steps of a half, through both rules and both signs: a 1x1x1
+// kernel of weight 1 over sums chosen to land exactly on them, in rows long enough for the
+// four-lane rounding and in a row of three voxels for the one-lane form.
+TEST_P(Filter, TiesGoToTheEvenNeighbour) {
+  // n / 2 for n = -12 .. 12, rounded to nearest, halves to even.
+  const int kNearestEven[25] = {-6, -6, -5, -4, -4, -4, -3, -2, -2, -2, -1, 0, 0,
+                                0,  1,  2,  2,  2,  3,  4,  4,  4,  5,  6,  6};
+  ThreadCount one(1);
+  for (int divisor : {2, -2, 4, -4, 6, -6, 10, -10}) {
+    for (int width : {25, 3}) {
+      const VtqVolumeSize size = {width, 1, 1};
+      Block16s src = SourceFor(size, {1, 1, 1}, {0, 0, 0});
+      // Sum n * |divisor| / 2 for n = -12 .. 12: quotient n / 2 times the divisor's sign.
+      src.Fill([&](int x, int, int) { return Vtq16s((x % 25 - 12) * std::abs(divisor) / 2); });
+      Block16s dst = DestinationFor(size);
+      ASSERT_EQ(vtqStsOk, CallFilter(path(), src, dst, size, {1}, {1, 1, 1}, {0, 0, 0}, divisor));
+      for (int x = 0; x < width; ++x) {
+        const int n = (x % 25 - 12) * (divisor < 0 ? -1 : 1);  // quotient n / 2
+        EXPECT_EQ(kNearestEven[n + 12], dst.at(x, 0, 0)) << n << "/2, divisor " << divisor;
+      }
+    }
+  }
+}
+
+// The split over two threads, which only large destinations get, changes no bit, and neither
+// does the path.
+TEST_P(Filter, SameBitsOnEveryPathAndThreadCount) {
+  const VtqVolumeSize size = {37, 17, 16}, k = {4, 3, 3};
+  const VtqPoint3D a = {1, 1, 2};
+  Block16s src = SourceFor(size, k, a);
+  FillSource(src, 32767, 99);
+  const std::vector<Vtq16s> kernel = RandomKernel(k, 50, 7);
+  for (int divisor : {16, 37}) {
+    Block16s expected = DestinationFor(size), one = DestinationFor(size),
+             two = DestinationFor(size);
+    for (auto [p, threads, dst] :
+         {std::tuple{kPathU8, 1, &expected}, {path(), 1, &one}, {path(), 2, &two}}) {
+      ThreadCount count(threads);
+      ASSERT_EQ(vtqStsOk, CallFilter(p, src, *dst, size, kernel, k, a, divisor));
+    }
+    for (int z = 0; z < size.depth; ++z)
+      for (int y = 0; y < size.height; ++y)
+        for (int x = 0; x < size.width; ++x) {
+          ASSERT_EQ(expected.at(x, y, z), one.at(x, y, z)) << x << " " << y << " " << z;
+          ASSERT_EQ(expected.at(x, y, z), two.at(x, y, z)) << x << " " << y << " " << z;
+        }
+  }
+}
+
+struct Call {
+  bool nullSrc = false, nullDst = false, nullKernel = false, nullBuffer = false;
+  VtqVolumeSize dst = {5, 4, 3};
+  VtqVolumeSize kernel = {3, 2, 2};
+  int divisor = 5;
+};
+
+// In check order; rows that break two things expect the earlier check to win.
+const CheckRow<Call> kCheckRows[] = {
+    // clang-format off
+    {"valid", [](Call&) {}, vtqStsOk},
+    {"null pSrc", [](Call& c) { c.nullSrc = true; }, vtqStsErrNullPtr},
+    {"null pDst", [](Call& c) { c.nullDst = true; }, vtqStsErrNullPtr},
+    {"null pKernel before the buffer", [](Call& c) { c.nullKernel = c.nullBuffer = true; },
+     vtqStsErrNullPtr},
+    {"null pBuffer before sizes", [](Call& c) { c.nullBuffer = true, c.dst.width = 0; },
+     vtqStsErrNullPtr},
+    {"null pBuffer before divisor 0", [](Call& c) { c.nullBuffer = true, c.divisor = 0; },
+     vtqStsErrNullPtr},
+    {"dst width 0", [](Call& c) { c.dst.width = 0; }, vtqStsErrSize},
+    {"dst depth -1 before the kernel", [](Call& c) { c.dst.depth = -1, c.kernel.height = 0; },
+     vtqStsErrSize},
+    {"kernel height 0", [](Call& c) { c.kernel.height = 0; }, vtqStsErrSize},
+    {"kernel depth -2", [](Call& c) { c.kernel.depth = -2; }, vtqStsErrSize},
+    {"divisor 0", [](Call& c) { c.divisor = 0; }, vtqStsErrSize},
+    // clang-format on
+};
+
+TEST_P(Filter, CheckOrderAndNothingWrittenOnFailure) {
+  ThreadCount one(1);
+  const Call valid;
+  const VtqPoint3D a = {1, 1, 1};
+  Block16s src = SourceFor(valid.dst, valid.kernel, a);
+  src.Fill([](int x, int y, int z) { return Vtq16s(x + 3 * y - 7 * z); });
+  const std::vector<Vtq16s> kernel(12, 2);
+  int bytes = 0;
+  ASSERT_EQ(vtqStsOk,
+            kDispatchTable.FilterGetBufSize[path()](&valid.dst, &valid.kernel, 1, &bytes));
+  for (const auto& row : kCheckRows) {
+    SCOPED_TRACE(row.name);
+    Call c;
+    row.breakArgs(c);
+    Block16s dst = DestinationFor(valid.dst);
+    ExactBuffer buffer(bytes);
+    EXPECT_EQ(row.status, kDispatchTable.Filter_16s_C1PV[path()](
+                              c.nullSrc ? nullptr : src.constSlices(), src.rowStep(),
+                              c.nullDst ? nullptr : dst.slices(), dst.rowStep(), c.dst,
+                              c.nullKernel ? nullptr : kernel.data(), c.kernel, a, c.divisor,
+                              c.nullBuffer ? nullptr : buffer.data()));
+    if (row.status == vtqStsOk) continue;
+    bool untouched = buffer.Untouched();
+    for (int z = 0; z < valid.dst.depth; ++z)
+      for (int y = 0; y < valid.dst.height; ++y)
+        for (int x = 0; x < valid.dst.width; ++x) untouched &= dst.at(x, y, z) == kUntouched16;
+    EXPECT_TRUE(untouched) << "wrote";
+  }
+}
+
+TEST_P(Filter, BufferSizeQuery) {
+  const VtqVolumeSize one = {1, 1, 1}, flat = {4, 0, 4}, negative = {4, 4, -1};
+  // Per-thread sizes worked out by hand from the formula; the last wraps in 32 bits.
+  const struct {
+    VtqVolumeSize dst, kernel;
+    bool nullDst, nullKernel, nullSize;
+    int channels;
+    VtqStatus status;
+    int size;
+  } rows[] = {
+      {one, one, false, false, false, 1, vtqStsOk, 160},
+      {{17, 2, 2}, {5, 5, 5}, false, false, false, 1, vtqStsOk, 2592},
+      {{256, 9, 9}, {4, 3, 2}, false, false, false, 1, vtqStsOk, 1472},
+      {{1000, 1, 1}, {601, 601, 601}, false, false, false, 1, vtqStsOk, -815875168},
+      {one, one, false, false, true, 1, vtqStsErrNullPtr, 0},
+      {flat, one, true, false, false, 2, vtqStsErrNullPtr, 0},
+      {flat, one, false, true, false, 2, vtqStsErrNullPtr, 0},
+      {flat, flat, false, false, false, 2, vtqStsErrSize, 0},
+      {one, negative, false, false, false, 2, vtqStsErrSize, 0},
+      {one, one, false, false, false, 2, vtqStsErrChannels, 0},
+      {one, one, false, false, false, 0, vtqStsErrChannels, 0},
+  };
+  for (int threads : {1, 2}) {
+    ThreadCount count(threads);
+    for (const auto& r : rows) {
+      int size = -12345;
+      EXPECT_EQ(r.status, kDispatchTable.FilterGetBufSize[path()](
+                              r.nullDst ? nullptr : &r.dst, r.nullKernel ? nullptr : &r.kernel,
+                              r.channels, r.nullSize ? nullptr : &size));
+      const auto wrapped = static_cast<int32_t>(static_cast<uint32_t>(r.size) * threads);
+      EXPECT_EQ(r.status == vtqStsOk ? wrapped : -12345, size);
+    }
+  }
+}
+
+// What a call carves from its buffer, counted with the worst start alignment, fits in what
+// the size query reports, for widths and kernels on both sides of every rounding step.
+TEST(FilterBuffer, ThePlanFitsTheReportedSize) {
+  for (int w : {1, 2, 15, 16, 17, 31, 33, 64, 1000})
+    for (int kw : {1, 2, 3, 4, 7, 8})
+      for (int kh : {1, 2, 5})
+        for (int kd : {1, 3, 7})
+          for (int threads = 1; threads <= 4; ++threads) {
+            const u8::volume::KernelGeometry g({kw, kh, kd}, {0, 0, 0});
+            const auto plan = u8::volume::PlanFilterScratch(w, g, threads);
+            const int32_t perThread = u8::volume::FilterBufferPerThread(w, kw, kh, kd);
+            ASSERT_LE(63 + plan.totalBytes, size_t(perThread) * threads)
+                << w << " " << kw << "x" << kh << "x" << kd << " threads " << threads;
+          }
+}
+
+}  // namespace
+}  // namespace vtqr::test

@@ -44,6 +44,20 @@ struct LaneIndices {
   }
 };
 
+// Whether the four lanes' integer positions share y and z and run x0, x0 + 1, x0 + 2, x0 + 3:
+// then every tap along x of the group lies in one run of consecutive voxels per source row,
+// which two whole loads fetch. The taps are the same voxels either way, so the values are too.
+template <int kAxes>
+inline bool InOneRunOfRows(const __m128i (&part)[kAxes]) {
+  const __m128i consecutive =
+      _mm_add_epi32(_mm_shuffle_epi32(part[0], 0), _mm_setr_epi32(0, 1, 2, 3));
+  __m128i same = _mm_cmpeq_epi32(part[0], consecutive);
+  for (int a = 1; a < kAxes; ++a) {
+    same = _mm_and_si128(same, _mm_cmpeq_epi32(part[a], _mm_shuffle_epi32(part[a], 0)));
+  }
+  return _mm_movemask_epi8(same) == 0xFFFF;
+}
+
 // Nearest: the voxel at the positions rounded to the nearest integer, halves to even (the
 // processor's default rounding). The value is copied: a float voxel keeps its bits.
 struct Nearest {
@@ -78,29 +92,46 @@ struct Linear {
   // p0 * (1 - f) + p1 * f at every step, in single precision.
   template <class T, int kAxes>
   static Samples Sample(const PointSource<T, kAxes>& src, const __m128 (&pos)[kAxes]) {
-    LaneIndices<kAxes> i;
+    __m128i part[kAxes];
     __m128 f[kAxes][1];
     for (int a = 0; a < kAxes; ++a) {
-      const __m128i part = IntegerPart(pos[a], src.upperIndex[a]);
-      f[a][0] = _mm_sub_ps(pos[a], _mm_cvtepi32_ps(part));
-      i.Set(a, part);
+      part[a] = IntegerPart(pos[a], src.upperIndex[a]);
+      f[a][0] = _mm_sub_ps(pos[a], _mm_cvtepi32_ps(part[a]));
     }
-    // Each lane's pair of rows in a slice is one row address and the next: a slice pointer
-    // and a multiplication per slice, not per row.
     constexpr int kPlanes = kAxes == 3 ? 2 : 1;
+    __m128 taps[kPlanes][2][2];  // [z][y][x tap], lanes: the four voxels
+    if (InOneRunOfRows(part)) {
+      // Smooth maps and small rotations mostly land here: the four voxels share their rows,
+      // and their taps along x are the source voxels ix0 .. ix0 + 4, two overlapping loads.
+      const int32_t ix = _mm_cvtsi128_si32(part[0]);
+      const int32_t iy = _mm_cvtsi128_si32(part[1]);
+      int32_t iz = 0;
+      if constexpr (kAxes == 3) iz = _mm_cvtsi128_si32(part[2]);
+      for (int kz = 0; kz < kPlanes; ++kz) {
+        const T* row = src.Row(iy, iz + kz) + ix;
+        for (int ky = 0; ky < 2; ++ky, row = src.NextRow(row)) {
+          taps[kz][ky][0] = Element<T>::Load4(row);
+          taps[kz][ky][1] = Element<T>::Load4(row + 1);
+        }
+      }
+    } else {
+      // Each lane's pair of rows in a slice is one row address and the next: a slice pointer
+      // and a multiplication per slice, not per row.
+      LaneIndices<kAxes> i;
+      for (int a = 0; a < kAxes; ++a) i.Set(a, part[a]);
+      for (int kz = 0; kz < kPlanes; ++kz) {
+        const T* runs[2][4];
+        for (int l = 0; l < 4; ++l) {
+          runs[0][l] = src.Row(i.axis[1][l], i.z(l) + kz) + i.axis[0][l];
+          runs[1][l] = src.NextRow(runs[0][l]);
+        }
+        for (int ky = 0; ky < 2; ++ky) LoadTapRuns(runs[ky], taps[kz][ky]);
+      }
+    }
     __m128 planes[2];
     for (int kz = 0; kz < kPlanes; ++kz) {
-      const T* runs[2][4];
-      for (int l = 0; l < 4; ++l) {
-        runs[0][l] = src.Row(i.axis[1][l], i.z(l) + kz) + i.axis[0][l];
-        runs[1][l] = src.NextRow(runs[0][l]);
-      }
       __m128 rows[2];
-      for (int ky = 0; ky < 2; ++ky) {
-        __m128 taps[2];
-        LoadTapRuns(runs[ky], taps);
-        rows[ky] = Blend<2>::Apply(taps, f[0]);
-      }
+      for (int ky = 0; ky < 2; ++ky) rows[ky] = Blend<2>::Apply(taps[kz][ky], f[0]);
       planes[kz] = Blend<2>::Apply(rows, f[1]);
     }
     if constexpr (kAxes == 3) return {Blend<2>::Apply(planes, f[2]), _mm_setzero_si128()};

@@ -48,6 +48,21 @@ Maps RandomMaps(VtqVolumeSize dstSize, const RefSource& s, uint32_t seed) {
   return maps;
 }
 
+// Positions that follow the destination, shifted by fractions, as smooth deformation fields do:
+// most groups of four voxels then share their source rows and read their taps as runs.
+Maps SmoothMaps(VtqVolumeSize dstSize, const RefSource& s) {
+  Maps maps(dstSize);
+  maps.Fill([&](int x, int y, int z) {
+    return std::array{s.lo[0] + 0.25f + float(x) + 0.125f * float(y % 3),
+                      s.lo[1] + 0.4f + 0.7f * float(y), s.lo[2] + 0.35f + 0.6f * float(z)};
+  });
+  return maps;
+}
+
+Maps TestMaps(bool smooth, VtqVolumeSize dstSize, const RefSource& s, uint32_t seed) {
+  return smooth ? SmoothMaps(dstSize, s) : RandomMaps(dstSize, s, seed);
+}
+
 const struct {
   const char* name;
   VtqVolumeSize size;
@@ -77,21 +92,24 @@ TEST_P(Remap, MatchesTheReference) {
       Volume<T> src(c.size);
       FillRandom(src, 3 + sizeof(T));
       for (int code : kCodes) {
-        SCOPED_TRACE(::testing::Message() << c.name << ", code " << code << ", " << sizeof(T));
-        const RefSource s = MakeRefSource(c.size, c.voi, code);
-        // 13 voxels a row: three groups of four and a single voxel.
-        const VtqVolumeSize dstSize = {13, 6, 5};
-        const Maps maps = RandomMaps(dstSize, s, 11 * code + c.size.width);
-        Volume<T> dst(dstSize);
-        ASSERT_EQ(vtqStsOk, CallRemap(path(), src, c.voi, maps, dst, code));
-        EXPECT_TRUE(MatchesReference(src, s, dst, {0, 0, 0, 13, 6, 5},
-                                     [&](int x, int y, int z, double(&m)[3]) {
-                                       // A planar remap writes slice 0 only.
-                                       const bool written = c.size.depth > 1 || z == 0;
-                                       const auto p = maps.at(x, y, z);
-                                       for (int a = 0; a < 3; ++a) m[a] = written ? p[a] : kNaNf;
-                                       return true;
-                                     }));
+        for (bool smooth : {false, true}) {
+          SCOPED_TRACE(::testing::Message() << c.name << ", code " << code << ", " << sizeof(T)
+                                            << (smooth ? ", smooth maps" : ""));
+          const RefSource s = MakeRefSource(c.size, c.voi, code);
+          // 13 voxels a row: three groups of four and a single voxel.
+          const VtqVolumeSize dstSize = {13, 6, 5};
+          const Maps maps = TestMaps(smooth, dstSize, s, 11 * code + c.size.width);
+          Volume<T> dst(dstSize);
+          ASSERT_EQ(vtqStsOk, CallRemap(path(), src, c.voi, maps, dst, code));
+          EXPECT_TRUE(MatchesReference(src, s, dst, {0, 0, 0, 13, 6, 5},
+                                       [&](int x, int y, int z, double(&m)[3]) {
+                                         // A planar remap writes slice 0 only.
+                                         const bool written = c.size.depth > 1 || z == 0;
+                                         const auto p = maps.at(x, y, z);
+                                         for (int a = 0; a < 3; ++a) m[a] = written ? p[a] : kNaNf;
+                                         return true;
+                                       }));
+        }
       }
     }
   });
@@ -199,31 +217,34 @@ void CheckSameBitsEverywhere(CodePath path, VtqVolumeSize dstSize, VtqVolumeSize
   FillRandom(src, 23);
   const VtqCuboid voi = {0, 1, 0, srcSize.width, srcSize.height - 1, srcSize.depth};
   for (int code : kCodes) {
-    SCOPED_TRACE(::testing::Message() << "code " << code << ", " << sizeof(T));
-    const Maps maps = RandomMaps(dstSize, MakeRefSource(srcSize, voi, code), 5 + code);
-    auto run = [&](CodePath p, int threads) {
-      ThreadCount count(threads);
-      Volume<T> dst(dstSize);
-      EXPECT_EQ(vtqStsOk, CallRemap(p, src, voi, maps, dst, code));
-      return dst.voxels();
-    };
-    const std::vector<T> expected = run(kPathU8, 1);
-    EXPECT_TRUE(expected == run(path, 1));
-    EXPECT_TRUE(expected == run(path, 2)) << "two threads";
+    for (bool smooth : {false, true}) {
+      SCOPED_TRACE(::testing::Message()
+                   << "code " << code << ", " << sizeof(T) << (smooth ? ", smooth maps" : ""));
+      const Maps maps = TestMaps(smooth, dstSize, MakeRefSource(srcSize, voi, code), 5 + code);
+      auto run = [&](CodePath p, int threads) {
+        ThreadCount count(threads);
+        Volume<T> dst(dstSize);
+        EXPECT_EQ(vtqStsOk, CallRemap(p, src, voi, maps, dst, code));
+        return dst.voxels();
+      };
+      const std::vector<T> expected = run(kPathU8, 1);
+      EXPECT_TRUE(expected == run(path, 1));
+      EXPECT_TRUE(expected == run(path, 2)) << "two threads";
 
-    Maps shifted({dstSize.width + 1, dstSize.height, dstSize.depth});
-    shifted.Fill([&](int x, int y, int z) {
-      return x == 0 ? std::array{kNaNf, 0.f, 0.f} : maps.at(x - 1, y, z);
-    });
-    Volume<T> dst(shifted.axis[0].size());
-    ASSERT_EQ(vtqStsOk, CallRemap(path, src, voi, shifted, dst, code));
-    size_t i = 0;
-    for (int z = 0; z < dstSize.depth; ++z)
-      for (int y = 0; y < dstSize.height; ++y)
-        for (int x = 0; x < dstSize.width; ++x, ++i) {
-          const T a = expected[i], b = dst.at(x + 1, y, z);
-          ASSERT_EQ(0, std::memcmp(&a, &b, sizeof(T))) << "voxel " << x;
-        }
+      Maps shifted({dstSize.width + 1, dstSize.height, dstSize.depth});
+      shifted.Fill([&](int x, int y, int z) {
+        return x == 0 ? std::array{kNaNf, 0.f, 0.f} : maps.at(x - 1, y, z);
+      });
+      Volume<T> dst(shifted.axis[0].size());
+      ASSERT_EQ(vtqStsOk, CallRemap(path, src, voi, shifted, dst, code));
+      size_t i = 0;
+      for (int z = 0; z < dstSize.depth; ++z)
+        for (int y = 0; y < dstSize.height; ++y)
+          for (int x = 0; x < dstSize.width; ++x, ++i) {
+            const T a = expected[i], b = dst.at(x + 1, y, z);
+            ASSERT_EQ(0, std::memcmp(&a, &b, sizeof(T))) << "voxel " << x;
+          }
+    }
   }
 }
 

@@ -8,7 +8,7 @@
 // integer floor division, a method neither of the library's two rules uses.
 #include <gtest/gtest.h>
 
-#include <tuple>
+#include <utility>
 
 #include "volume/filter_scratch.h"
 #include "volume/volume_test_util.h"
@@ -213,30 +213,6 @@ TEST_P(Filter, MatchesTheExactReference) {
   }
 }
 
-// Every quotient from -6 to 6 in steps of a half, through both rules and both signs: a 1x1x1
-// kernel of weight 1 over sums chosen to land exactly on them, in rows long enough for the
-// four-lane rounding and in a row of three voxels for the one-lane form.
-TEST_P(Filter, TiesGoToTheEvenNeighbour) {
-  // n / 2 for n = -12 .. 12, rounded to nearest, halves to even.
-  const int kNearestEven[25] = {-6, -6, -5, -4, -4, -4, -3, -2, -2, -2, -1, 0, 0,
-                                0,  1,  2,  2,  2,  3,  4,  4,  4,  5,  6,  6};
-  ThreadCount one(1);
-  for (int divisor : {2, -2, 4, -4, 6, -6, 10, -10}) {
-    for (int width : {25, 3}) {
-      const VtqVolumeSize size = {width, 1, 1};
-      Block16s src = SourceFor(size, {1, 1, 1}, {0, 0, 0});
-      // Sum n * |divisor| / 2 for n = -12 .. 12: quotient n / 2 times the divisor's sign.
-      src.Fill([&](int x, int, int) { return Vtq16s((x % 25 - 12) * std::abs(divisor) / 2); });
-      Block16s dst = DestinationFor(size);
-      ASSERT_EQ(vtqStsOk, CallFilter(path(), src, dst, size, {1}, {1, 1, 1}, {0, 0, 0}, divisor));
-      for (int x = 0; x < width; ++x) {
-        const int n = (x % 25 - 12) * (divisor < 0 ? -1 : 1);  // quotient n / 2
-        EXPECT_EQ(kNearestEven[n + 12], dst.at(x, 0, 0)) << n << "/2, divisor " << divisor;
-      }
-    }
-  }
-}
-
 // The split over two threads, which only large destinations get, changes no bit, and neither
 // does the path.
 TEST_P(Filter, SameBitsOnEveryPathAndThreadCount) {
@@ -246,19 +222,18 @@ TEST_P(Filter, SameBitsOnEveryPathAndThreadCount) {
   FillSource(src, 32767, 99);
   const std::vector<Vtq16s> kernel = RandomKernel(k, 50, 7);
   for (int divisor : {16, 37}) {
-    Block16s expected = DestinationFor(size), one = DestinationFor(size),
-             two = DestinationFor(size);
-    for (auto [p, threads, dst] :
-         {std::tuple{kPathU8, 1, &expected}, {path(), 1, &one}, {path(), 2, &two}}) {
-      ThreadCount count(threads);
-      ASSERT_EQ(vtqStsOk, CallFilter(p, src, *dst, size, kernel, k, a, divisor));
-    }
-    for (int z = 0; z < size.depth; ++z)
-      for (int y = 0; y < size.height; ++y)
-        for (int x = 0; x < size.width; ++x) {
-          ASSERT_EQ(expected.at(x, y, z), one.at(x, y, z)) << x << " " << y << " " << z;
-          ASSERT_EQ(expected.at(x, y, z), two.at(x, y, z)) << x << " " << y << " " << z;
-        }
+    ExpectSameOnPathsAndThreads(
+        path(),
+        [&](CodePath p) {
+          Block16s dst = DestinationFor(size);
+          EXPECT_EQ(vtqStsOk, CallFilter(p, src, dst, size, kernel, k, a, divisor));
+          std::vector<Vtq16s> voxels;
+          for (int z = 0; z < size.depth; ++z)
+            for (int y = 0; y < size.height; ++y)
+              for (int x = 0; x < size.width; ++x) voxels.push_back(dst.at(x, y, z));
+          return voxels;
+        },
+        "divisor " + std::to_string(divisor));
   }
 }
 
@@ -269,7 +244,6 @@ struct Call {
   int divisor = 5;
 };
 
-// In check order; rows that break two things expect the earlier check to win.
 const CheckRow<Call> kCheckRows[] = {
     // clang-format off
     {"valid", [](Call&) {}, vtqStsOk},
@@ -300,24 +274,19 @@ TEST_P(Filter, CheckOrderAndNothingWrittenOnFailure) {
   int bytes = 0;
   ASSERT_EQ(vtqStsOk,
             kDispatchTable.FilterGetBufSize[path()](&valid.dst, &valid.kernel, 1, &bytes));
-  for (const auto& row : kCheckRows) {
-    SCOPED_TRACE(row.name);
-    Call c;
-    row.breakArgs(c);
+  ExpectChecksInOrder(kCheckRows, [&](const Call& c) {
     Block16s dst = DestinationFor(valid.dst);
     ExactBuffer buffer(bytes);
-    EXPECT_EQ(row.status, kDispatchTable.Filter_16s_C1PV[path()](
-                              c.nullSrc ? nullptr : src.constSlices(), src.rowStep(),
-                              c.nullDst ? nullptr : dst.slices(), dst.rowStep(), c.dst,
-                              c.nullKernel ? nullptr : kernel.data(), c.kernel, a, c.divisor,
-                              c.nullBuffer ? nullptr : buffer.data()));
-    if (row.status == vtqStsOk) continue;
+    const VtqStatus status = kDispatchTable.Filter_16s_C1PV[path()](
+        c.nullSrc ? nullptr : src.constSlices(), src.rowStep(), c.nullDst ? nullptr : dst.slices(),
+        dst.rowStep(), c.dst, c.nullKernel ? nullptr : kernel.data(), c.kernel, a, c.divisor,
+        c.nullBuffer ? nullptr : buffer.data());
     bool untouched = buffer.Untouched();
     for (int z = 0; z < valid.dst.depth; ++z)
       for (int y = 0; y < valid.dst.height; ++y)
         for (int x = 0; x < valid.dst.width; ++x) untouched &= dst.at(x, y, z) == kUntouched16;
-    EXPECT_TRUE(untouched) << "wrote";
-  }
+    return std::pair{status, untouched};
+  }, "16s");
 }
 
 TEST_P(Filter, BufferSizeQuery) {

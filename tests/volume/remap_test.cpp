@@ -194,8 +194,8 @@ TEST_P(Remap, MatchesTheReference) {
                 } else {
                   ok = std::abs(double(got) - want) <= (std::is_same_v<T, Vtq32f> ? 0x1p-17 : 1.0);
                 }
-                ASSERT_TRUE(ok) << x << "," << y << "," << z << " at " << m[0] << "," << m[1]
-                                << "," << m[2] << ": got " << double(got) << ", want " << want;
+                ASSERT_TRUE(ok) << x << "," << y << "," << z << " at " << m[0] << "," << m[1] << ","
+                                << m[2] << ": got " << double(got) << ", want " << want;
               }
         }
       }
@@ -215,7 +215,7 @@ TEST_P(Remap, ExactCases) {
   // 9/16, 9/16, -1/16 (exact in the tables); along y and z every position is on a voxel, where
   // the weights are 0, 1, 0, 0. At a border of the VOI such a sum is truncated after adding
   // 0.5000001 (3), inside it rounds half to even (2).
-  const std::vector<Voxel> k2_5 = {{0, 0, 0, 16}, {1, 0, 0, 4}, {2, 0, 0, 4}, {3, 0, 0, 16},
+  const std::vector<Voxel> k2_5 = {{0, 0, 0, 16}, {1, 0, 0, 4}, {2, 0, 0, 4},  {3, 0, 0, 16},
                                    {4, 0, 0, 4},  {5, 0, 0, 4}, {6, 0, 0, 16}, {7, 0, 0, 4}};
   const struct {
     const char* name;
@@ -360,18 +360,21 @@ TEST_P(Remap, CheckOrderAndNothingWrittenOnFailureOrWarning) {
   ForEachType([&]<class T>() {
     Volume<T> src({6, 5, 4});
     FillRandom(src, 5);
-    ExpectChecksInOrder(kRemapRows, [&](const RemapCall& c) {
-      Volume<T> dst({4, 3, 2});
-      const Vtq32f* const* m[3];
-      for (int a = 0; a < 3; ++a) m[a] = c.nullMap[a] ? nullptr : maps.axis[a].constSlices();
-      std::vector<const T*> srcSlices(src.constSlices(), src.constSlices() + 4);
-      if (c.nullSlice0) srcSlices[0] = nullptr;
-      const VtqStatus status = VTQR_TYPED(T, Remap, C1PV)[path()](
-          c.nullSrc ? nullptr : srcSlices.data(), c.srcVolume, src.rowStep(), c.srcVOI, m[0], m[1],
-          m[2], maps.axis[0].rowStep(), c.nullDst ? nullptr : dst.slices(), dst.rowStep(),
-          c.dstVolume, c.interpolation);
-      return std::pair{status, dst.Untouched()};
-    }, std::to_string(sizeof(T)));
+    ExpectChecksInOrder(
+        kRemapRows,
+        [&](const RemapCall& c) {
+          Volume<T> dst({4, 3, 2});
+          const Vtq32f* const* m[3];
+          for (int a = 0; a < 3; ++a) m[a] = c.nullMap[a] ? nullptr : maps.axis[a].constSlices();
+          std::vector<const T*> srcSlices(src.constSlices(), src.constSlices() + 4);
+          if (c.nullSlice0) srcSlices[0] = nullptr;
+          const VtqStatus status = VTQR_TYPED(T, Remap, C1PV)[path()](
+              c.nullSrc ? nullptr : srcSlices.data(), c.srcVolume, src.rowStep(), c.srcVOI, m[0],
+              m[1], m[2], maps.axis[0].rowStep(), c.nullDst ? nullptr : dst.slices(), dst.rowStep(),
+              c.dstVolume, c.interpolation);
+          return std::pair{status, dst.Untouched()};
+        },
+        std::to_string(sizeof(T)));
   });
 }
 

@@ -40,10 +40,10 @@ VtqStatus CallResize(CodePath path, Layout layout, const Volume<T>& src, VtqCubo
   ExactBuffer buffer(ResizeBufferSize(srcVOI, dstVOI, p.interpolation), misalign);
   const double *f = p.factor, *s = p.shift;
   if (layout == Layout::kBlock) {
-    return VTQR_TYPED(T, Resize, C1V)[path](src.base(), src.size(), src.rowStep(),
-                                            src.planeStep(), srcVOI, dst.base(), dst.rowStep(),
-                                            dst.planeStep(), dstVOI, f[0], f[1], f[2], s[0], s[1],
-                                            s[2], p.interpolation, buffer.data());
+    return VTQR_TYPED(T, Resize, C1V)[path](src.base(), src.size(), src.rowStep(), src.planeStep(),
+                                            srcVOI, dst.base(), dst.rowStep(), dst.planeStep(),
+                                            dstVOI, f[0], f[1], f[2], s[0], s[1], s[2],
+                                            p.interpolation, buffer.data());
   }
   return VTQR_TYPED(T, Resize, C1PV)[path](src.constSlices(), src.size(), src.rowStep(), srcVOI,
                                            dst.slices(), dst.rowStep(), dstVOI, f[0], f[1], f[2],
@@ -70,7 +70,8 @@ std::vector<double> ReferenceResize(const Volume<T>& src, VtqCuboid srcVOI, VtqC
   const VtqVolumeSize v = src.size();
   const int o[3] = {srcVOI.x, srcVOI.y, srcVOI.z}, dO[3] = {dstVOI.x, dstVOI.y, dstVOI.z};
   const int e[3] = {std::min(srcVOI.width, v.width - o[0]),
-                    std::min(srcVOI.height, v.height - o[1]), std::min(srcVOI.depth, v.depth - o[2])};
+                    std::min(srcVOI.height, v.height - o[1]),
+                    std::min(srcVOI.depth, v.depth - o[2])};
   const int dE[3] = {dstVOI.width, dstVOI.height, dstVOI.depth};
   std::vector<AxisTaps> taps[3];
   for (int a = 0; a < 3; ++a) {
@@ -152,8 +153,9 @@ TEST_P(Resize, MatchesTheReference) {
           for (int64_t y = r[1][0]; y < r[1][1]; ++y)
             for (int64_t x = r[0][0]; x < r[0][1]; ++x, ++i) {
               T& voxel = dst.at(int(x), int(y), int(z));
-              const double want =
-                  std::is_same_v<T, Vtq32f> ? expected[i] : std::clamp(expected[i], 0.0, Highest<T>());
+              const double want = std::is_same_v<T, Vtq32f>
+                                      ? expected[i]
+                                      : std::clamp(expected[i], 0.0, Highest<T>());
               ASSERT_LE(std::abs(double(voxel) - want), bound) << x << "," << y << "," << z;
               if constexpr (!std::is_same_v<T, Vtq32f>) {
                 const double f = floatDst.at(int(x), int(y), int(z));
@@ -192,8 +194,8 @@ TEST_P(Resize, SameBitsInEveryWayOfCalling) {
                                                         {Layout::kSlices, 2, true, 0},
                                                         {Layout::kBlock, 1, true, 0}}) {
         EXPECT_TRUE(expected == run(path(), layout, threads, flipped, misalign))
-            << ::testing::PrintToString(std::tuple{code, sizeof(T), int(layout), threads,
-                                                   flipped, misalign});
+            << ::testing::PrintToString(
+                   std::tuple{code, sizeof(T), int(layout), threads, flipped, misalign});
       }
     }
   });
@@ -273,22 +275,26 @@ TEST_P(Resize, CheckOrderAndNothingWrittenOnFailureOrWarning) {
     Volume<T> src({6, 5, 4});
     FillRandom(src, 5);
     for (Layout layout : {Layout::kBlock, Layout::kSlices}) {
-      ExpectChecksInOrder(kCheckRows, [&](const Call& c) {
-        Volume<T> dst({10, 9, 8});
-        ExactBuffer buffer(bytes);
-        Vtq8u* b = c.nullBuffer ? nullptr : buffer.data();
-        const VtqStatus status =
-            layout == Layout::kBlock
-                ? VTQR_TYPED(T, Resize, C1V)[path()](
-                      c.nullSrc ? nullptr : src.base(), c.srcVolume, src.rowStep(), src.planeStep(),
-                      c.srcVOI, c.nullDst ? nullptr : dst.base(), dst.rowStep(), dst.planeStep(),
-                      c.dstVOI, c.f[0], c.f[1], c.f[2], c.s[0], c.s[1], c.s[2], c.interpolation, b)
-                : VTQR_TYPED(T, Resize, C1PV)[path()](
-                      c.nullSrc ? nullptr : src.constSlices(), c.srcVolume, src.rowStep(), c.srcVOI,
-                      c.nullDst ? nullptr : dst.slices(), dst.rowStep(), c.dstVOI, c.f[0], c.f[1],
-                      c.f[2], c.s[0], c.s[1], c.s[2], c.interpolation, b);
-        return std::pair{status, dst.Untouched() && buffer.Untouched()};
-      }, ::testing::PrintToString(std::pair{int(layout), sizeof(T)}));
+      ExpectChecksInOrder(
+          kCheckRows,
+          [&](const Call& c) {
+            Volume<T> dst({10, 9, 8});
+            ExactBuffer buffer(bytes);
+            Vtq8u* b = c.nullBuffer ? nullptr : buffer.data();
+            const VtqStatus status =
+                layout == Layout::kBlock
+                    ? VTQR_TYPED(T, Resize, C1V)[path()](
+                          c.nullSrc ? nullptr : src.base(), c.srcVolume, src.rowStep(),
+                          src.planeStep(), c.srcVOI, c.nullDst ? nullptr : dst.base(),
+                          dst.rowStep(), dst.planeStep(), c.dstVOI, c.f[0], c.f[1], c.f[2], c.s[0],
+                          c.s[1], c.s[2], c.interpolation, b)
+                    : VTQR_TYPED(T, Resize, C1PV)[path()](
+                          c.nullSrc ? nullptr : src.constSlices(), c.srcVolume, src.rowStep(),
+                          c.srcVOI, c.nullDst ? nullptr : dst.slices(), dst.rowStep(), c.dstVOI,
+                          c.f[0], c.f[1], c.f[2], c.s[0], c.s[1], c.s[2], c.interpolation, b);
+            return std::pair{status, dst.Untouched() && buffer.Untouched()};
+          },
+          ::testing::PrintToString(std::pair{int(layout), sizeof(T)}));
     }
   });
 }

@@ -47,11 +47,14 @@ double Highest() {
 // The entry of element type T among the 8u, 16u and 32f columns of one family.
 template <class T, class E8, class E16, class E32>
 const auto& ByType(const E8& e8, const E16& e16, const E32& e32) {
-  if constexpr (std::is_same_v<T, Vtq8u>) return e8;
-  else if constexpr (std::is_same_v<T, Vtq16u>) return e16;
-  else return e32;
+  if constexpr (std::is_same_v<T, Vtq8u>)
+    return e8;
+  else if constexpr (std::is_same_v<T, Vtq16u>)
+    return e16;
+  else
+    return e32;
 }
-#define VTQR_TYPED(T, family, layout)                                                \
+#define VTQR_TYPED(T, family, layout)                                                  \
   ByType<T>(kDispatchTable.family##_8u_##layout, kDispatchTable.family##_16u_##layout, \
             kDispatchTable.family##_32f_##layout)
 
@@ -194,10 +197,10 @@ struct Maps {
 template <class T>
 VtqStatus CallRemap(CodePath path, const Volume<T>& src, VtqCuboid srcVOI, const Maps& maps,
                     Volume<T>& dst, int code) {
-  return VTQR_TYPED(T, Remap, C1PV)[path](
-      src.constSlices(), src.size(), src.rowStep(), srcVOI, maps.axis[0].constSlices(),
-      maps.axis[1].constSlices(), maps.axis[2].constSlices(), maps.axis[0].rowStep(),
-      dst.slices(), dst.rowStep(), dst.size(), code);
+  return VTQR_TYPED(T, Remap, C1PV)[path](src.constSlices(), src.size(), src.rowStep(), srcVOI,
+                                          maps.axis[0].constSlices(), maps.axis[1].constSlices(),
+                                          maps.axis[2].constSlices(), maps.axis[0].rowStep(),
+                                          dst.slices(), dst.rowStep(), dst.size(), code);
 }
 
 // Weights of the taps i-1 .. i+2 for the position i + t: the Lagrange basis polynomials through

@@ -18,9 +18,9 @@ using Coeffs = double[3][4];
 template <class T>
 VtqStatus CallWarp(CodePath path, const Volume<T>& src, VtqCuboid srcVOI, Volume<T>& dst,
                    VtqCuboid dstVOI, const Coeffs& coeffs, int code) {
-  return VTQR_TYPED(T, WarpAffine, C1PV)[path](src.constSlices(), src.size(), src.rowStep(),
-                                               srcVOI, dst.slices(), dst.rowStep(), dstVOI,
-                                               coeffs, code, nullptr);
+  return VTQR_TYPED(T, WarpAffine, C1PV)[path](src.constSlices(), src.size(), src.rowStep(), srcVOI,
+                                               dst.slices(), dst.rowStep(), dstVOI, coeffs, code,
+                                               nullptr);
 }
 
 // Source position of destination voxel d under the inverse of dst = A src + b, by cofactors in
@@ -182,16 +182,19 @@ TEST_P(Warp, CheckOrderAndNothingWrittenOnFailureOrWarning) {
   ForEachType([&]<class T>() {
     Volume<T> src({6, 5, 4});
     FillRandom(src, 7);
-    ExpectChecksInOrder(kWarpRows, [&](const WarpCall& c) {
-      Volume<T> dst({6, 5, 4});
-      std::vector<const T*> srcSlices(src.constSlices(), src.constSlices() + 4);
-      if (c.nullSlice0) srcSlices[0] = nullptr;
-      const VtqStatus status = VTQR_TYPED(T, WarpAffine, C1PV)[path()](
-          c.nullSrc ? nullptr : srcSlices.data(), c.srcVolume, src.rowStep(), c.srcVOI,
-          c.nullDst ? nullptr : dst.slices(), dst.rowStep(), c.dstVOI, c.nullCoeffs ? nullptr : c.c,
-          c.interpolation, nullptr);
-      return std::pair{status, dst.Untouched()};
-    }, std::to_string(sizeof(T)));
+    ExpectChecksInOrder(
+        kWarpRows,
+        [&](const WarpCall& c) {
+          Volume<T> dst({6, 5, 4});
+          std::vector<const T*> srcSlices(src.constSlices(), src.constSlices() + 4);
+          if (c.nullSlice0) srcSlices[0] = nullptr;
+          const VtqStatus status = VTQR_TYPED(T, WarpAffine, C1PV)[path()](
+              c.nullSrc ? nullptr : srcSlices.data(), c.srcVolume, src.rowStep(), c.srcVOI,
+              c.nullDst ? nullptr : dst.slices(), dst.rowStep(), c.dstVOI,
+              c.nullCoeffs ? nullptr : c.c, c.interpolation, nullptr);
+          return std::pair{status, dst.Untouched()};
+        },
+        std::to_string(sizeof(T)));
   });
 }
 

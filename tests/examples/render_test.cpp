@@ -47,8 +47,10 @@ struct Projection {
   int Pixel(Vec p) const {
     const Vec d = p - eye;
     const double depth = d.Dot(forward);
-    const auto column = static_cast<int>(std::floor((d.Dot(right) / depth / halfWidth + 1) / 2 * kWidth));
-    const auto row = static_cast<int>(std::floor((1 - d.Dot(up) / depth / halfHeight) / 2 * kHeight));
+    const auto column =
+        static_cast<int>(std::floor((d.Dot(right) / depth / halfWidth + 1) / 2 * kWidth));
+    const auto row =
+        static_cast<int>(std::floor((1 - d.Dot(up) / depth / halfHeight) / 2 * kHeight));
     const bool inside = depth > 0 && column >= 0 && column < kWidth && row >= 0 && row < kHeight;
     return inside ? row * kWidth + column : -1;
   }

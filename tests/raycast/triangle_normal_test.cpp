@@ -26,8 +26,8 @@ struct Triangles {
   // The normals of the first `n`, checking that nothing lands past the last one.
   std::vector<float> Normals(CodePath path, int n) const {
     std::vector<float> out(3 * size_t(n) + 4, Sentinel());
-    EXPECT_EQ(vtqStsOk, kDispatchTable.TriangleNormal_32f[path](vert.data(), index.data(),
-                                                                out.data(), n));
+    EXPECT_EQ(vtqStsOk,
+              kDispatchTable.TriangleNormal_32f[path](vert.data(), index.data(), out.data(), n));
     for (size_t g = out.size() - 4; g < out.size(); ++g) EXPECT_EQ(kSentinelBits, Bits(out[g]));
     out.resize(out.size() - 4);
     return out;

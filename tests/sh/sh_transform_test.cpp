@@ -42,7 +42,9 @@ struct Nuller {
   }
 };
 
-VtqStatus Call(Fn fn, Buffers &b, int n, Vtq32u order, const VtqrSHState *state, Nuller &p) {
+VtqStatus Call(Fn fn, Buffers &b, int n, Vtq32u order, const VtqrSHState *state,
+               Nuller *nuller = nullptr) {
+  Nuller none, &p = nuller ? *nuller : none;
   const DispatchTable &t = kDispatchTable;
   const float *x = p(b.d.x.data()), *y = p(b.d.y.data()), *z = p(b.d.z.data());
   switch (fn) {
@@ -77,13 +79,10 @@ VtqStatus Call(Fn fn, Buffers &b, int n, Vtq32u order, const VtqrSHState *state,
   return -99;
 }
 
-VtqStatus Call(Fn fn, Buffers &b, int n, Vtq32u order, const VtqrSHState *state) {
-  Nuller none;
-  return Call(fn, b, n, order, state, none);
-}
-
-bool AllSentinel(const std::vector<float> &v) {
-  return std::all_of(v.begin(), v.end(), [](float f) { return Bits(f) == kSentinelBits; });
+bool AllSentinel(const Buffers &b) {
+  auto sentinel = [](float f) { return Bits(f) == kSentinelBits; };
+  return std::all_of(b.coeff.begin(), b.coeff.end(), sentinel) &&
+         std::all_of(b.out.begin(), b.out.end(), sentinel);
 }
 
 // Every call checks its pointers first, each one nulled in turn (each plane of a three-plane
@@ -128,20 +127,17 @@ TEST(SHCalls, ChecksInOrderAndWritesNothingOnFailure) {
   for (Fn fn : {kSH, kBand, kFwdC1I, kFwdC3P3I, kFwdP3I, kInvC1, kInvP3, kInvP3C3}) {
     SCOPED_TRACE(kFnNames[fn]);
     Nuller counter;
-    Call(fn, b, -1, 0, direct.get(), counter);
-    for (int slot = 0; slot < counter.next; ++slot) {
+    Call(fn, b, -1, 0, direct.get(), &counter);
+    for (Nuller null{0}; null.target < counter.next; null = {null.target + 1}) {
       poison();
-      Nuller null{slot};
-      EXPECT_EQ(vtqStsErrNullPtr, Call(fn, b, 0, 99, direct.get(), null)) << "slot " << slot;
-      ASSERT_TRUE(AllSentinel(b.coeff) && AllSentinel(b.out)) << "slot " << slot;
+      EXPECT_EQ(vtqStsErrNullPtr, Call(fn, b, 0, 99, direct.get(), &null)) << "slot " << null.target;
+      ASSERT_TRUE(AllSentinel(b)) << "slot " << null.target;
     }
     for (const Row &row : rows) {
       poison();
       const VtqStatus want = fn == kSH ? row.sh : fn == kBand ? row.band : row.transform;
       EXPECT_EQ(want, Call(fn, b, row.n, row.order, row.state)) << row.what;
-      if (want != kOk || row.n < 0) {
-        ASSERT_TRUE(AllSentinel(b.coeff) && AllSentinel(b.out)) << row.what;
-      }
+      EXPECT_TRUE((want == kOk && row.n >= 0) || AllSentinel(b)) << row.what;
     }
   }
 }
@@ -199,26 +195,24 @@ TEST(SHTransform, ForwardAndInverseFollowTheirDocumentedOrder) {
           ASSERT_EQ(vtqStsOk, Call(fn, b, n, order, state.get()));
           EXPECT_TRUE(SameBits(want[fn - kFwdC1I].data(), b.coeff.data(), 768)) << kFnNames[fn];
         }
-        // The inverse of those planes: the three-channel forms give each channel the bits of the
-        // one-channel form, which are the same for unaligned coefficients.
-        std::vector<float> one(3 * n), shifted(257);
+        // The inverse of those planes: every form gives the documented order's bits, the
+        // one-channel form also from unaligned coefficients.
+        ASSERT_EQ(vtqStsOk, Call(kInvP3, b, n, order, state.get()));
+        const std::vector<float> planes = b.out;
+        ASSERT_EQ(vtqStsOk, Call(kInvP3C3, b, n, order, state.get()));
+        std::vector<float> one(n), shifted(257);
         for (int c = 0; c < 3; ++c) {
           std::copy_n(b.coeffs(c), 256, &shifted[1]);
           ASSERT_EQ(vtqStsOk, kDispatchTable.SHTInv_32f_C1[kPathU8](
                                   &shifted[1], order, b.d.x.data(), b.d.y.data(), b.d.z.data(),
-                                  &one[c * n], n, state.get()));
-        }
-        ASSERT_TRUE(std::all_of(one.begin(), one.end(), [](float v) { return std::isfinite(v); }));
-        for (int c = 0; c < 3; ++c) {
+                                  one.data(), n, state.get()));
           for (int i = 0; i < n; ++i) {
-            ASSERT_EQ(Bits(InverseModel(bases[i].data(), b.coeffs(c), set)), Bits(one[c * n + i]))
+            const uint32_t want = Bits(InverseModel(bases[i].data(), b.coeffs(c), set));
+            ASSERT_TRUE(want == Bits(one[i]) && want == Bits(planes[c * Buffers::kN + i]) &&
+                        want == Bits(b.out[3 * i + c]))
                 << "channel " << c << ", direction " << i;
           }
         }
-        ASSERT_EQ(vtqStsOk, Call(kInvP3, b, n, order, state.get()));
-        for (int c = 0; c < 3; ++c) EXPECT_TRUE(SameBits(&one[c * n], b.outs(c), n));
-        ASSERT_EQ(vtqStsOk, Call(kInvP3C3, b, n, order, state.get()));
-        for (int i = 0; i < 3 * n; ++i) EXPECT_EQ(Bits(one[i % 3 * n + i / 3]), Bits(b.out[i]));
       }
     }
   }
@@ -228,21 +222,26 @@ TEST(SHTransform, ForwardAndInverseFollowTheirDocumentedOrder) {
 // exact +0.0, which also clears a -0.0 coefficient. An infinite or NaN sample reaches every
 // coefficient, the basis's zeros included.
 TEST(SHTransform, SampleValueRules) {
-  const auto fwd = kDispatchTable.SHTFwd_32f_C1I[kPathU8];
-  const float big = 1e30f, x = 0.0f, y = 0.0f, z = 1.0f;
+  const float big = 1e30f;
+  const struct {
+    float x, y, z, value, initial;
+  } rows[] = {{big, big, big, 0.0f, -0.0f},
+              {big, big, big, -0.0f, -0.0f},
+              {0, 0, 1, INFINITY, 0.5f},
+              {0, 0, 1, -INFINITY, 0.5f},
+              {0, 0, 1, NAN, 0.5f}};
   for (int method : kMethods) {
-    SCOPED_TRACE(::testing::Message() << "method " << method);
     State state(15, method);
-    float coeff[9];
-    for (float zero : {0.0f, -0.0f}) {
-      std::fill_n(coeff, 9, -0.0f);
-      ASSERT_EQ(vtqStsOk, fwd(&big, &big, &big, &zero, 1, coeff, 2, state.get()));
-      for (float c : coeff) EXPECT_EQ(0u, Bits(c));
-    }
-    for (float value : {INFINITY, -INFINITY, NAN}) {
-      std::fill_n(coeff, 9, 0.5f);
-      ASSERT_EQ(vtqStsOk, fwd(&x, &y, &z, &value, 1, coeff, 2, state.get()));
-      for (float c : coeff) EXPECT_TRUE(!std::isfinite(c) && (std::isnan(c) || !std::isnan(value)));
+    for (const auto &r : rows) {
+      float coeff[9];
+      std::fill_n(coeff, 9, r.initial);
+      ASSERT_EQ(vtqStsOk, kDispatchTable.SHTFwd_32f_C1I[kPathU8](&r.x, &r.y, &r.z, &r.value, 1,
+                                                                coeff, 2, state.get()));
+      for (float c : coeff) {
+        EXPECT_TRUE(r.value == 0 ? Bits(c) == 0
+                                 : !std::isfinite(c) && (std::isnan(c) || !std::isnan(r.value)))
+            << "method " << method << " sample " << r.value;
+      }
     }
   }
 }

@@ -40,22 +40,18 @@ TEST(DispatchTable, PathRuleNeedsSsse3AndMovbe) {
   EXPECT_EQ(ActivePath(), ChoosePath(vtqGetEnabledCpuFeatures()));
 }
 
+// Each column describes its path; both share the version and date strings themselves.
 TEST(VersionRecord, EachColumnDescribesItsPath) {
   const VtqLibVersion* u8 = kDispatchTable.GetLibVersion[kPathU8]();
   const VtqLibVersion* n8 = kDispatchTable.GetLibVersion[kPathN8]();
   for (const VtqLibVersion* v : {u8, n8}) {
-    EXPECT_EQ((std::array{v->major, v->minor, v->majorBuild, v->build}),
-              (std::array{7, 1, 0, 36264}));
+    EXPECT_EQ((std::array{v->major, v->minor, v->majorBuild, v->build}), (std::array{7, 1, 0, 36264}));
     EXPECT_STREQ(v->version, "7.1.0 (r36264)");
     EXPECT_STREQ(v->buildDate, "Jul 23 2012");
+    EXPECT_STREQ(v->name, v == u8 ? "vtqRR SSSE3 (u8)" : "vtqRR Vell (n8)");
+    EXPECT_EQ(std::memcmp(v->targetCpu, v == u8 ? "u8\0\0" : "n8\0\0", 4), 0);
   }
-  EXPECT_EQ(std::memcmp(u8->targetCpu, "u8\0\0", 4), 0);
-  EXPECT_EQ(std::memcmp(n8->targetCpu, "n8\0\0", 4), 0);
-  EXPECT_STREQ(u8->name, "vtqRR SSSE3 (u8)");
-  EXPECT_STREQ(n8->name, "vtqRR Vell (n8)");
-  // The records share the version and date strings themselves, not copies of them.
-  EXPECT_EQ(u8->version, n8->version);
-  EXPECT_EQ(u8->buildDate, n8->buildDate);
+  EXPECT_TRUE(u8->version == n8->version && u8->buildDate == n8->buildDate);
 }
 
 }  // namespace

@@ -15,13 +15,11 @@ namespace {
 std::set<std::string> DynamicSymbols(const std::string& library) {
   std::set<std::string> names;
   FILE* pipe = popen(("nm -D --defined-only --format=posix '" + library + "'").c_str(), "r");
-  if (pipe == nullptr) return names;
   char line[512];
-  while (std::fgets(line, sizeof(line), pipe) != nullptr) {
-    std::string entry(line);
-    names.insert(entry.substr(0, entry.find(' ')));
+  while (pipe != nullptr && std::fgets(line, sizeof(line), pipe) != nullptr) {
+    names.insert(std::string(line).substr(0, std::string(line).find(' ')));
   }
-  pclose(pipe);
+  if (pipe != nullptr) pclose(pipe);
   return names;
 }
 

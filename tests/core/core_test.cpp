@@ -1,14 +1,21 @@
-// vtqcore: allocation alignment, the thread count setting and the processor feature mask.
+// vtqcore: allocation alignment, the thread count setting and the processor feature mask, and
+// the code path libvtqr.so chooses from that mask when it is loaded.
+
+#include <dlfcn.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstring>
 #include <fstream>
 #include <set>
 #include <sstream>
 #include <string>
 
 #include "vtqcore.h"
+#include "vtqr/types.h"
 
 namespace {
 
@@ -64,6 +71,33 @@ TEST(CpuFeatures, MatchTheKernelsCpuFlags) {
   EXPECT_EQ(vtqSetEnabledCpuFeatures(0x30), features & 0x30);
   EXPECT_EQ(vtqGetEnabledCpuFeatures(), features & 0x30);
   vtqSetEnabledCpuFeatures(~0ull);
+}
+
+// The real loading path: restrict the mask, then load libvtqr.so and ask it which path it took.
+// Each case runs in a forked child, since a library chooses its path only once per load; the
+// child's exit code is 0 when the loaded library reports the expected record.
+TEST(LoadTimePath, FeatureMaskChoosesTheVersionRecord) {
+  if ((vtqGetEnabledCpuFeatures() & 0x30) != 0x30) GTEST_SKIP() << "n8 is never chosen here";
+  const struct {
+    uint64_t mask;
+    const char *cpu, *name;
+  } cases[] = {{0x20, "u8\0", "vtqRR SSSE3 (u8)"},
+               {0x10, "u8\0", "vtqRR SSSE3 (u8)"},
+               {~0ull, "n8\0", "vtqRR Vell (n8)"}};
+  for (const auto& c : cases) {
+    const pid_t child = fork();
+    if (child == 0) {
+      vtqSetEnabledCpuFeatures(c.mask);
+      void* library = dlopen(VTQR_LIBRARY_PATH, RTLD_NOW | RTLD_LOCAL);
+      auto get = reinterpret_cast<const VtqLibVersion* (*)()>(
+          library ? dlsym(library, "vtqrGetLibVersion") : nullptr);
+      const VtqLibVersion* v = get ? get() : nullptr;
+      _exit(v && std::memcmp(v->targetCpu, c.cpu, 4) == 0 && !std::strcmp(v->name, c.name) ? 0 : 1);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << std::hex << c.mask;
+  }
 }
 
 }  // namespace

@@ -1,11 +1,16 @@
-// The dispatch table: row order, column wiring, the path rule and the two version records.
+// The dispatch table: row order, column wiring, the path rule, the two version records, and the
+// shared libraries exporting exactly their own names.
 
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cstdio>
 #include <cstring>
+#include <set>
+#include <string>
 
 #include "frame/dispatch.h"
+#include "frame/exports.h"
 #include "vtqcore.h"
 
 namespace vtqr {
@@ -52,6 +57,32 @@ TEST(VersionRecord, EachColumnDescribesItsPath) {
     EXPECT_EQ(std::memcmp(v->targetCpu, v == u8 ? "u8\0\0" : "n8\0\0", 4), 0);
   }
   EXPECT_TRUE(u8->version == n8->version && u8->buildDate == n8->buildDate);
+}
+
+// Defined dynamic symbols of a shared library, as the dynamic linker sees them.
+std::set<std::string> DynamicSymbols(const std::string& library) {
+  std::set<std::string> names;
+  FILE* pipe = popen(("nm -D --defined-only --format=posix '" + library + "'").c_str(), "r");
+  char line[512];
+  while (pipe != nullptr && std::fgets(line, sizeof(line), pipe) != nullptr) {
+    names.insert(std::string(line).substr(0, std::string(line).find(' ')));
+  }
+  if (pipe != nullptr) pclose(pipe);
+  return names;
+}
+
+// Every row of the table under its vtqr name from libvtqr.so, the core API from libvtqcore.so;
+// nothing else leaks out.
+TEST(ExportedSymbols, EachLibraryExportsExactlyItsApi) {
+  std::set<std::string> rows;
+#define VTQR_NAME(name, columns, ret, params, args) rows.insert("vtqr" #name);
+  VTQR_FOR_EACH_EXPORT(VTQR_NAME)
+#undef VTQR_NAME
+  EXPECT_EQ(DynamicSymbols(VTQR_LIBRARY_PATH), rows);
+  const std::set<std::string> core = {"vtqGetEnabledCpuFeatures", "vtqSetEnabledCpuFeatures",
+                                      "vtqMalloc", "vtqFree", "ownGetNumThreads",
+                                      "vtqSetNumThreads"};
+  EXPECT_EQ(DynamicSymbols(VTQCORE_LIBRARY_PATH), core);
 }
 
 }  // namespace

@@ -201,7 +201,8 @@ TEST(KDTreeBuildAlloc, BudgetBoundaries) {
   // A budget for exactly one arena block, for a tree that needs more: the build stops midway
   // and releases everything it took (the sanitizer build reports any leak).
   const Mesh fine = RandomSoup(150000, 7, 1.0f, 0.02f);
-  const unsigned oneBlock = static_cast<unsigned>((fixedCharge(fine) + kArenaBlock + kMiB - 1) >> 20);
+  const unsigned oneBlock = static_cast<unsigned>((fixedCharge(fine) + kArenaBlock + kMiB - 1) >>
+                                                  20);
   ASSERT_LT(int64_t{oneBlock} << 20, fixedCharge(fine) + 2 * kArenaBlock);
   const struct {
     const char* name;
@@ -363,10 +364,12 @@ TEST(KDTreeBuildAlloc, TreesPassTheChecker) {
   mixed.Append(AxisAlignedGrid(8));
   mixed.Append(RandomSoup(150, 3, 4.0f, 0.5f));
   mixed.Append(Duplicated(UvSphere(4, 6, 0.5f, 2, 6, 0.5f), 3));
-  const std::pair<const char*, Mesh> meshes[] = {
-      {"mixed scene", mixed},           {"axis-aligned grid", AxisAlignedGrid(12)},
-      {"soup", RandomSoup(2000, 21, 1.0f, 0.2f)}, {"scan-like", BumpySphere(60, 90, 0.15f, 1)},
-      {"single", RandomSoup(1, 4)},     {"empty", Mesh()}};
+  const std::pair<const char*, Mesh> meshes[] = {{"mixed scene", mixed},
+                                                 {"axis-aligned grid", AxisAlignedGrid(12)},
+                                                 {"soup", RandomSoup(2000, 21, 1.0f, 0.2f)},
+                                                 {"scan-like", BumpySphere(60, 90, 0.15f, 1)},
+                                                 {"single", RandomSoup(1, 4)},
+                                                 {"empty", Mesh()}};
   const VtqrKDTreeBuildParams params[] = {
       KDParams(KDTreeAlgSimple, 50),  KDParams(KDTreeAlgSAH, 50, 0),
       KDParams(KDTreeAlgSAH, 50, 1),  KDParams(KDTreeAlgSAH, 12, 0.5f),

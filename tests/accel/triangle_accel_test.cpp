@@ -37,10 +37,14 @@ Record Reference(const float* t) {
   const long double s = k == 1 ? -1.0L : 1.0L;
   const bool perpendicular = std::fabs(n[u]) < 0x1p-52L && std::fabs(n[v]) < 0x1p-52L;
   r.axes = static_cast<uint32_t>((k << 4) | (u << 2) | v) | (perpendicular ? 0x80000000u : 0);
-  const long double values[9] = {perpendicular ? 0 : n[u] / n[k], p[k],
-                                 perpendicular ? 0 : n[v] / n[k], p[u],
-                                 p[v],           s * e2[u] / n[k],
-                                 s * e2[v] / n[k], s * e1[u] / n[k],
+  const long double values[9] = {perpendicular ? 0 : n[u] / n[k],
+                                 p[k],
+                                 perpendicular ? 0 : n[v] / n[k],
+                                 p[u],
+                                 p[v],
+                                 s * e2[u] / n[k],
+                                 s * e2[v] / n[k],
+                                 s * e1[u] / n[k],
                                  s * e1[v] / n[k]};
   for (int i = 0; i < 9; ++i) r.c[i] = static_cast<float>(values[i]);
   return r;
@@ -50,12 +54,14 @@ Record Reference(const float* t) {
 // is the base point. The rows are shared by both code paths, so u8's column stands for both.
 std::vector<Record> Build(const std::vector<float>& vert, int count) {
   std::vector<int32_t> index;
-  for (int t = 0; t < std::max(count, 1); ++t) index.insert(index.end(), {3 * t, 3 * t + 1, 3 * t + 2, 0});
+  for (int t = 0; t < std::max(count, 1); ++t)
+    index.insert(index.end(), {3 * t, 3 * t + 1, 3 * t + 2, 0});
   std::vector<Record> records(std::max(count, 1));
   std::memset(records.data(), 0xA5, sizeof(Record) * records.size());
-  EXPECT_EQ(kDispatchTable.TriangleAccelInit[kPathU8](
-                reinterpret_cast<VtqrTriangleAccel*>(records.data()), vert.data(), index.data(), count),
-            vtqStsOk);
+  EXPECT_EQ(
+      kDispatchTable.TriangleAccelInit[kPathU8](
+          reinterpret_cast<VtqrTriangleAccel*>(records.data()), vert.data(), index.data(), count),
+      vtqStsOk);
   return records;
 }
 
@@ -67,7 +73,8 @@ TEST(TriangleAccel, HandMadeTrianglesMatchReference) {
   EXPECT_EQ(kDispatchTable.TriangleAccelGetSize[kPathU8](&size), vtqStsOk);
   EXPECT_EQ(size, 40);
   EXPECT_EQ(kDispatchTable.TriangleAccelGetSize[kPathU8](nullptr), vtqStsErrNullPtr);
-  for (int count : {0, -1}) EXPECT_EQ(Build({0, 0, 0, 1, 0, 0, 0, 1, 0}, count)[0].axes, 0xA5A5A5A5u);
+  for (int count : {0, -1})
+    EXPECT_EQ(Build({0, 0, 0, 1, 0, 0, 0, 1, 0}, count)[0].axes, 0xA5A5A5A5u);
   const uint32_t kX = 0x06, kY = 0x12, kZ = 0x21, kPerp = 0x80000000u;  // k << 4 | u << 2 | v
   const struct {
     const char* name;

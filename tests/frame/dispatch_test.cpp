@@ -21,14 +21,14 @@ namespace {
 // never run (or u8's is run twice).
 TEST(DispatchTable, RowsAreOrderedFilledAndWiredByKind) {
   const char* previous = "";
-#define VTQR_ROW(name, columns, ret, params, args)                                             \
-  {                                                                                            \
-    const void* u8 = reinterpret_cast<const void*>(kDispatchTable.name[kPathU8]);              \
-    const void* n8 = reinterpret_cast<const void*>(kDispatchTable.name[kPathN8]);              \
-    EXPECT_LT(std::strcmp(previous, #name), 0) << previous << " must come before " << #name;   \
-    EXPECT_TRUE(u8 != nullptr && n8 != nullptr) << #name;                                      \
-    EXPECT_EQ(u8 != n8, std::strcmp(#columns, "DISTINCT") == 0) << #name;                      \
-    previous = #name;                                                                          \
+#define VTQR_ROW(name, columns, ret, params, args)                                           \
+  {                                                                                          \
+    const void* u8 = reinterpret_cast<const void*>(kDispatchTable.name[kPathU8]);            \
+    const void* n8 = reinterpret_cast<const void*>(kDispatchTable.name[kPathN8]);            \
+    EXPECT_LT(std::strcmp(previous, #name), 0) << previous << " must come before " << #name; \
+    EXPECT_TRUE(u8 != nullptr && n8 != nullptr) << #name;                                    \
+    EXPECT_EQ(u8 != n8, std::strcmp(#columns, "DISTINCT") == 0) << #name;                    \
+    previous = #name;                                                                        \
   }
   VTQR_FOR_EACH_EXPORT(VTQR_ROW)
 #undef VTQR_ROW
@@ -37,9 +37,8 @@ TEST(DispatchTable, RowsAreOrderedFilledAndWiredByKind) {
 // n8 needs both SSSE3 and MOVBE (0x10 | 0x20); any other bit is irrelevant.
 TEST(DispatchTable, PathRuleNeedsSsse3AndMovbe) {
   const std::pair<uint64_t, CodePath> cases[] = {
-      {0x0, kPathU8},           {VTQ_CPU_MOVBE, kPathU8},
-      {VTQ_CPU_SSSE3, kPathU8}, {0x30, kPathN8},
-      {~0ull, kPathN8},         {~0ull & ~VTQ_CPU_MOVBE, kPathU8},
+      {0x0, kPathU8},  {VTQ_CPU_MOVBE, kPathU8}, {VTQ_CPU_SSSE3, kPathU8},
+      {0x30, kPathN8}, {~0ull, kPathN8},         {~0ull & ~VTQ_CPU_MOVBE, kPathU8},
   };
   for (const auto& [mask, path] : cases) EXPECT_EQ(ChoosePath(mask), path) << std::hex << mask;
   EXPECT_EQ(ActivePath(), ChoosePath(vtqGetEnabledCpuFeatures()));
@@ -50,7 +49,8 @@ TEST(VersionRecord, EachColumnDescribesItsPath) {
   const VtqLibVersion* u8 = kDispatchTable.GetLibVersion[kPathU8]();
   const VtqLibVersion* n8 = kDispatchTable.GetLibVersion[kPathN8]();
   for (const VtqLibVersion* v : {u8, n8}) {
-    EXPECT_EQ((std::array{v->major, v->minor, v->majorBuild, v->build}), (std::array{7, 1, 0, 36264}));
+    EXPECT_EQ((std::array{v->major, v->minor, v->majorBuild, v->build}),
+              (std::array{7, 1, 0, 36264}));
     EXPECT_STREQ(v->version, "7.1.0 (r36264)");
     EXPECT_STREQ(v->buildDate, "Jul 23 2012");
     EXPECT_STREQ(v->name, v == u8 ? "vtqRR SSSE3 (u8)" : "vtqRR Vell (n8)");
@@ -79,9 +79,9 @@ TEST(ExportedSymbols, EachLibraryExportsExactlyItsApi) {
   VTQR_FOR_EACH_EXPORT(VTQR_NAME)
 #undef VTQR_NAME
   EXPECT_EQ(DynamicSymbols(VTQR_LIBRARY_PATH), rows);
-  const std::set<std::string> core = {"vtqGetEnabledCpuFeatures", "vtqSetEnabledCpuFeatures",
-                                      "vtqMalloc", "vtqFree", "ownGetNumThreads",
-                                      "vtqSetNumThreads"};
+  const std::set<std::string> core = {
+      "vtqGetEnabledCpuFeatures", "vtqSetEnabledCpuFeatures", "vtqMalloc", "vtqFree",
+      "ownGetNumThreads",         "vtqSetNumThreads"};
   EXPECT_EQ(DynamicSymbols(VTQCORE_LIBRARY_PATH), core);
 }
 

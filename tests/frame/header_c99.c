@@ -18,12 +18,15 @@ int main(void) {
   VtqVolumeSize size = {2, 2, 2};
   VtqCuboid voi = {0, 0, 0, 2, 2, 2};
   int bytes = 0;
-  if (vtqrDot_32f_P3C1M(planes, planes, mask, dot, 4) != vtqStsOk || dot[0] != 1.0f || dot[2] != 0.0f) return 1;
+  if (vtqrDot_32f_P3C1M(planes, planes, mask, dot, 4) != vtqStsOk || dot[0] != 1.0f ||
+      dot[2] != 0.0f)
+    return 1;
   if (version->major != VTQR_VERSION_MAJOR || version->build != VTQR_VERSION_BUILD) return 2;
   if (strcmp(version->targetCpu, "u8") != 0 && strcmp(version->targetCpu, "n8") != 0) return 3;
   if (sizeof(VtqrTriangleAccel) != 40 || sizeof(VtqrKDTreeNode) != 8) return 4;
   vtqSetNumThreads(1);
-  if (vtqrResizeGetBufSize(&voi, &voi, 1, vtqInterNearest, &bytes) != vtqStsOk || bytes > 512) return 5;
+  if (vtqrResizeGetBufSize(&voi, &voi, 1, vtqInterNearest, &bytes) != vtqStsOk || bytes > 512)
+    return 5;
   if (vtqrResize_8u_C1PV(src, size, 2, voi, dst, 2, voi, 1.0, 1.0, 1.0, 0.0, 0.0, 0.0,
                          vtqInterNearest, buffer) != vtqStsOk ||
       memcmp(out[0], a, 4) != 0 || memcmp(out[1], b, 4) != 0) {

@@ -31,6 +31,16 @@ struct Buffers {
   float *sample(int c) { return &samples[c * kN]; }
   float *coeffs(int c) { return &coeff[c * 256]; }
   float *outs(int c) { return &out[c * kN]; }
+  // Outputs filled with the sentinel, to show that a call wrote nothing.
+  void Poison() {
+    std::fill(coeff.begin(), coeff.end(), Sentinel());
+    std::fill(out.begin(), out.end(), Sentinel());
+  }
+  bool Untouched() const {
+    auto sentinel = [](float f) { return Bits(f) == kSentinelBits; };
+    return std::all_of(coeff.begin(), coeff.end(), sentinel) &&
+           std::all_of(out.begin(), out.end(), sentinel);
+  }
 };
 
 // Hands out the pointer arguments of a call in turn, nulling the one numbered `target`.
@@ -79,12 +89,6 @@ VtqStatus Call(Fn fn, Buffers &b, int n, Vtq32u order, const VtqrSHState *state,
   return -99;
 }
 
-bool AllSentinel(const Buffers &b) {
-  auto sentinel = [](float f) { return Bits(f) == kSentinelBits; };
-  return std::all_of(b.coeff.begin(), b.coeff.end(), sentinel) &&
-         std::all_of(b.out.begin(), b.out.end(), sentinel);
-}
-
 // Every call checks its pointers first, each one nulled in turn (each plane of a three-plane
 // argument too), then its own sequence of count, order and state: the rows give the status of
 // vtqrSH_32f, of vtqrSHBand_32f (the order is its band; it has no state) and of the six transforms.
@@ -120,43 +124,35 @@ TEST(SHCalls, ChecksInOrderAndWritesNothingOnFailure) {
       {"order negative as int", &recurrenceHuge, -1, 0x80000000u, kBad, kBad, kOk},
   };
   Buffers b(1);
-  auto poison = [&b] {
-    std::fill(b.coeff.begin(), b.coeff.end(), Sentinel());
-    std::fill(b.out.begin(), b.out.end(), Sentinel());
-  };
   for (Fn fn : {kSH, kBand, kFwdC1I, kFwdC3P3I, kFwdP3I, kInvC1, kInvP3, kInvP3C3}) {
     SCOPED_TRACE(kFnNames[fn]);
     Nuller counter;
     Call(fn, b, -1, 0, direct.get(), &counter);
     for (Nuller null{0}; null.target < counter.next; null = {null.target + 1}) {
-      poison();
-      EXPECT_EQ(vtqStsErrNullPtr, Call(fn, b, 0, 99, direct.get(), &null)) << "slot " << null.target;
-      ASSERT_TRUE(AllSentinel(b)) << "slot " << null.target;
+      b.Poison();
+      EXPECT_EQ(vtqStsErrNullPtr, Call(fn, b, 0, 99, direct.get(), &null)) << null.target;
+      EXPECT_TRUE(b.Untouched()) << "slot " << null.target;
     }
     for (const Row &row : rows) {
-      poison();
+      b.Poison();
       const VtqStatus want = fn == kSH ? row.sh : fn == kBand ? row.band : row.transform;
       EXPECT_EQ(want, Call(fn, b, row.n, row.order, row.state)) << row.what;
-      EXPECT_TRUE((want == kOk && row.n >= 0) || AllSentinel(b)) << row.what;
+      EXPECT_TRUE((want == kOk && row.n >= 0) || b.Untouched()) << row.what;
     }
   }
 }
 
 // coefficient[k] += round(basis[k] * value), where 1.0 adds the basis and +-0.0 adds +0.0.
 void SequentialForward(const float *basis, float value, float *coeff, size_t count) {
-  for (size_t k = 0; k < count; ++k) {
+  for (size_t k = 0; k < count; ++k)
     coeff[k] = coeff[k] + (value == 1.0f ? basis[k] : value == 0.0f ? 0.0f : basis[k] * value);
-  }
 }
 
 // The inverse's documented order: eight partial sums p_r of the products at k = r (mod 8), each
 // product rounded before its add, then ((p0 + p4) + (p2 + p6)) + ((p1 + p5) + (p3 + p7)).
 float InverseModel(const float *basis, const float *coeff, size_t count) {
   float p[8] = {};
-  for (size_t k = 0; k < count; ++k) {
-    const float product = basis[k] * coeff[k];
-    p[k % 8] = p[k % 8] + product;
-  }
+  for (size_t k = 0; k < count; ++k) p[k % 8] = p[k % 8] + basis[k] * coeff[k];
   return ((p[0] + p[4]) + (p[2] + p[6])) + ((p[1] + p[5]) + (p[3] + p[7]));
 }
 
@@ -222,25 +218,19 @@ TEST(SHTransform, ForwardAndInverseFollowTheirDocumentedOrder) {
 // exact +0.0, which also clears a -0.0 coefficient. An infinite or NaN sample reaches every
 // coefficient, the basis's zeros included.
 TEST(SHTransform, SampleValueRules) {
-  const float big = 1e30f;
-  const struct {
-    float x, y, z, value, initial;
-  } rows[] = {{big, big, big, 0.0f, -0.0f},
-              {big, big, big, -0.0f, -0.0f},
-              {0, 0, 1, INFINITY, 0.5f},
-              {0, 0, 1, -INFINITY, 0.5f},
-              {0, 0, 1, NAN, 0.5f}};
+  const float big = 1e30f, zero = 0.0f, one = 1.0f;
   for (int method : kMethods) {
     State state(15, method);
-    for (const auto &r : rows) {
+    for (float value : {0.0f, -0.0f, INFINITY, -INFINITY, NAN}) {
       float coeff[9];
-      std::fill_n(coeff, 9, r.initial);
-      ASSERT_EQ(vtqStsOk, kDispatchTable.SHTFwd_32f_C1I[kPathU8](&r.x, &r.y, &r.z, &r.value, 1,
-                                                                coeff, 2, state.get()));
+      std::fill_n(coeff, 9, value == 0 ? -0.0f : 0.5f);
+      const float *x = value == 0 ? &big : &zero, *z = value == 0 ? &big : &one;
+      ASSERT_EQ(vtqStsOk,
+                kDispatchTable.SHTFwd_32f_C1I[kPathU8](x, x, z, &value, 1, coeff, 2, state.get()));
       for (float c : coeff) {
-        EXPECT_TRUE(r.value == 0 ? Bits(c) == 0
-                                 : !std::isfinite(c) && (std::isnan(c) || !std::isnan(r.value)))
-            << "method " << method << " sample " << r.value;
+        EXPECT_TRUE(value == 0 ? Bits(c) == 0
+                               : !std::isfinite(c) && (std::isnan(c) || !std::isnan(value)))
+            << "method " << method << " sample " << value;
       }
     }
   }

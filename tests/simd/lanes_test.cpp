@@ -57,9 +57,11 @@ TEST(IntLanes, PacksClampEveryLane) {
 
 // 16s widens with its sign, 8u with zeros (and as float, the same integers).
 TEST(IntLanes, Widening) {
-  const uint16_t words[8] = {0, 0x8000, 0x7FFF, 0xFFFF, 1, 0xFFFE, 0x80, 0x7F};  // both signs in each half
+  const uint16_t words[8] = {0, 0x8000, 0x7FFF, 0xFFFF,
+                             1, 0xFFFE, 0x80,   0x7F};  // both signs in each half
   const Vtq8u bytes[4] = {0x00, 0x7F, 0x80, 0xFF};
-  const auto lo = Lanes<int32_t>(Widen16sLo(Load(words))), hi = Lanes<int32_t>(Widen16sHi(Load(words)));
+  const auto lo = Lanes<int32_t>(Widen16sLo(Load(words))),
+             hi = Lanes<int32_t>(Widen16sHi(Load(words)));
   for (int k = 0; k < 8; ++k) EXPECT_EQ(int16_t(words[k]), (k < 4 ? lo : hi)[k % 4]) << k;
   const auto u8 = Lanes<int32_t>(Widen8uTo32(Load4x8u(bytes)));
   float f[4];
@@ -78,8 +80,8 @@ TEST(IntLanes, RoundToIntTiesToEven) {
     const auto r = Lanes<int32_t>(RoundToInt(_mm_loadu_ps(inputs + k)));
     for (int j = 0; j < 4; ++j) {
       const double x = inputs[k + j], below = std::floor(x), fraction = x - below;
-      const double nearest =
-          below + (fraction > 0.5 || (fraction == 0.5 && std::fmod(below, 2.0) != 0.0));
+      const double nearest = below +
+                             (fraction > 0.5 || (fraction == 0.5 && std::fmod(below, 2.0) != 0.0));
       const bool fits = !std::isnan(x) && nearest >= INT32_MIN && nearest <= INT32_MAX;
       EXPECT_EQ(fits ? static_cast<int32_t>(nearest) : INT32_MIN, r[j]) << inputs[k + j];
     }
@@ -91,8 +93,13 @@ TEST(IntLanes, RoundToIntTiesToEven) {
 // signs, signalling NaN payloads through a select). The select's mask varies per lane, so one
 // that ignored it or swapped its operands fails.
 TEST(OperatorLanes, FourWideEqualsOneValue) {
-  const float values[] = {FromBits(0x7FC00001u), FromBits(0xFFA00002u),  // quiet, signalling NaN
-                          0.0f, -0.0f, 1.0f, -2.5f, std::numeric_limits<float>::infinity()};
+  const float values[] = {FromBits(0x7FC00001u),
+                          FromBits(0xFFA00002u),  // quiet, signalling NaN
+                          0.0f,
+                          -0.0f,
+                          1.0f,
+                          -2.5f,
+                          std::numeric_limits<float>::infinity()};
   for (float a : values) {
     for (float b : values) {
       const F4 fa(_mm_setr_ps(a, a, a, a)), fb(b);
@@ -110,7 +117,8 @@ TEST(OperatorLanes, FourWideEqualsOneValue) {
         alignas(16) float lanes[4];
         _mm_store_ps(lanes, row.four.v);
         const float expected[3] = {row.lane0, row.lane1, row.lane0};
-        EXPECT_TRUE(SameBits(expected, lanes, 3)) << row.name << " " << HexBits(a) << ", " << HexBits(b);
+        EXPECT_TRUE(SameBits(expected, lanes, 3))
+            << row.name << " " << HexBits(a) << ", " << HexBits(b);
       }
       EXPECT_EQ(LaneBits(fa > fb) & 1, LaneBits(a > b));
     }

@@ -163,5 +163,28 @@ TEST(SHState, InitStaysInsideTheReportedSize) {
   }
 }
 
+// The recurrence tables hold the documented entries, each in its stated precision: nothing else
+// notices an entry computed one precision off, which moves results by an ulp, not by a bound.
+TEST(SHState, TablesHoldTheDocumentedEntries) {
+  State state(15, vtqrSHRecurrence);
+  const float *a = state.get()->tableA, *b = state.get()->tableB;
+  EXPECT_TRUE(Bits(a[0]) == 0x3E906EBB && Bits(a[1]) == 0x3EFA2A1D && Bits(a[2]) == 0xBEFA2A1D);
+  EXPECT_TRUE(b[0] == 0 && b[1] == 0 && b[2] == 0);
+  for (int l = 2; l <= 15; ++l) {
+    const int s = l * (l + 1) / 2;
+    const auto f = [](int i) { return static_cast<float>(i); };
+    std::vector<float> wantA(l + 1), wantB(l + 1, 0.0f);
+    wantA[0] = static_cast<float>(std::sqrt(4.0 * l * l - 1.0) / l);
+    wantA[l] = static_cast<float>(-std::sqrt((2.0 * l + 1.0) / (2.0 * l)));
+    wantB[0] = static_cast<float>((1.0 / l - 1.0) * std::sqrt(double{f(2 * l + 1) / f(2 * l - 3)}));
+    for (int m = 1; m < l; ++m) {
+      wantA[m] = std::sqrt(f(4 * l * l - 1) / f(l * l - m * m));
+      wantB[m] = static_cast<float>(-std::sqrt(
+          double{f((2 * l + 1) * ((l - 1) * (l - 1) - m * m)) / f((2 * l - 3) * (l * l - m * m))}));
+    }
+    EXPECT_TRUE(SameBits(wantA.data(), a + s, l + 1) && SameBits(wantB.data(), b + s, l + 1)) << l;
+  }
+}
+
 }  // namespace
 }  // namespace vtqr::test

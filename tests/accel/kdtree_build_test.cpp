@@ -1,6 +1,6 @@
 // vtqrKDTreeBuildAlloc: argument checks and their order, one-leaf layouts, compact leaves, the
-// SAH build's memory budget and its split search against brute force. Triangle clipping is
-// covered by the exact checker on built trees (kdtree_tree_test).
+// SAH build's memory budget, its split search against brute force, and every tree it builds
+// against the exact checker.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -9,18 +9,66 @@
 #include <cmath>
 #include <functional>
 #include <random>
+#include <string>
 #include <vector>
 
 #include "accel/kdtree_events.h"
 #include "accel/kdtree_node.h"
 #include "accel/kdtree_sah.h"
-#include "kdtree_test_util.h"
+#include "support/kdtree_check.h"
+#include "support/mesh_loader.h"
+#include "test_util.h"
+#include "vtqr.h"
 
 namespace vtqr::test {
 namespace {
 
 namespace kd = vtqr::u8::kdtree;
-namespace kdnode = vtqr::kdnode;
+
+VtqrKDTreeBuildParams KDParams(uint32_t algorithm, unsigned maxDepth = 30, float factor = 0.5f,
+                               unsigned memoryMB = 512) {
+  return {algorithm, maxDepth, factor, memoryMB, 0};
+}
+
+// One call of the builder; each argument can be changed before Run(). The outputs start as
+// sentinels, so a failed call that wrote anything is noticed, and a built tree is freed.
+struct BuildCall {
+  static inline const Vtq32f kNoVert[3] = {};  // non-null arrays of an empty mesh
+  static inline const Vtq32s kNoTri[4] = {};
+  static inline VtqrKDTreeNode* const kTreeSentinel =
+      reinterpret_cast<VtqrKDTreeNode*>(uintptr_t{0xA5A5A5A0});
+
+  VtqrKDTreeBuildParams params;
+  VtqrKDTreeNode* tree = kTreeSentinel;
+  int treeSize = 0x5A5A5A5A;
+  VtqrKDTreeNode** ppTree = &tree;
+  const Vtq32f* pVert;
+  const Vtq32s* pTriIndex;
+  int vertCount, triCount;
+  int* pTreeSize = &treeSize;
+  const VtqrKDTreeBuildParams* pParams = &params;
+
+  BuildCall(const Mesh& m, const VtqrKDTreeBuildParams& p)
+      : params(p),
+        pVert(m.vert.empty() ? kNoVert : m.vert.data()),
+        pTriIndex(m.tri.empty() ? kNoTri : m.tri.data()),
+        vertCount(m.VertCount()),
+        triCount(m.TriCount()) {}
+  BuildCall(const BuildCall&) = delete;
+  ~BuildCall() {
+    if (!Untouched()) kDispatchTable.KDTreeFree[kPathU8](tree);
+  }
+  VtqStatus Run() {
+    return kDispatchTable.KDTreeBuildAlloc[kPathU8](ppTree, pVert, pTriIndex, vertCount, triCount,
+                                                    pTreeSize, pParams);
+  }
+  bool Untouched() const { return tree == kTreeSentinel && treeSize == 0x5A5A5A5A; }
+  const int32_t* Words() const { return reinterpret_cast<const int32_t*>(tree); }
+  std::string Check(const Mesh& mesh, KDTreeCheckOptions options, KDTreeStats* stats) const {
+    KDTreeMesh view{mesh.vert.data(), mesh.tri.data(), mesh.VertCount(), mesh.TriCount()};
+    return CheckKDTree(tree, treeSize, view, options, stats);
+  }
+};
 
 TEST(KDTreeBuildAlloc, ChecksInOrderAndWriteNothingOnFailure) {
   const Mesh mesh = RandomSoup(2, 1);
@@ -78,17 +126,15 @@ TEST(KDTreeBuildAlloc, ChecksInOrderAndWriteNothingOnFailure) {
 
 // The Simple tree, and an SAH tree of depth 0: one leaf listing every triangle in order.
 TEST(KDTreeBuildAlloc, OneLeafLayouts) {
-  struct Row {
+  const struct {
     uint32_t algorithm;
     int triCount;
     std::vector<int32_t> head;  // the leaf node and its padding
-  };
-  const Row rows[] = {{KDTreeAlgSimple, 0, {-16, 0, 0, 0}},
-                      {KDTreeAlgSimple, 1, {-16, 1, 0, 0}},
-                      {KDTreeAlgSimple, 7, {-16, 7, 0, 0}},
-                      {KDTreeAlgSAH, 10, {-8, 10}}};
-  for (const Row& row : rows) {
-    Mesh mesh = RandomSoup(row.triCount, 3);
+  } rows[] = {{KDTreeAlgSimple, 0, {-16, 0, 0, 0}},
+              {KDTreeAlgSimple, 7, {-16, 7, 0, 0}},
+              {KDTreeAlgSAH, 10, {-8, 10}}};
+  for (const auto& row : rows) {
+    const Mesh mesh = RandomSoup(row.triCount, 3);
     BuildCall call(mesh, KDParams(row.algorithm, 0, 1.0f));
     ASSERT_EQ(call.Run(), vtqStsOk);
     std::vector<int32_t> expected = row.head;
@@ -117,29 +163,26 @@ TEST(KDTreeNode, CompactLeavesRoundTripAtTheirLimits) {
         << ids.size() << " ids from " << ids[0];
     if (!fits) continue;
     // Decoded as the public header describes the format, and through the library's reader.
-    int32_t a = leaf.w0 & 0x7FFFFFFF, m = (leaf.w1 & 0x7FFFFFFC) >> 2;
+    int32_t a = leaf.w0 & 0x7FFFFFFF, m = (leaf.w1 & 0x7FFFFFFC) >> 2, scratch[3];
     std::vector<int32_t> decoded = {a};
     if ((leaf.w1 & 3) == 2) decoded = {a, m};
     if ((leaf.w1 & 3) == 3) decoded = {m - (a >> 16), m, m + (a & 0xFFFF)};
     EXPECT_TRUE(leaf.w0 < 0 && leaf.w1 < 0);
     EXPECT_EQ(decoded, ids);
-    int32_t scratch[3];
     kdnode::LeafTriangles read = kdnode::ReadLeaf(&leaf, scratch);
     EXPECT_EQ(std::vector<int32_t>(read.ids, read.ids + read.count), ids);
   }
 }
 
-// Bytes charged before the first arena block: the context, thirteen per-triangle arrays and
-// the two pools.
-int64_t FixedCharge(int64_t vertCount, int64_t triCount) {
-  auto pool = [](int64_t need) { return (need & ~int64_t{0xFFFFFF}) + (int64_t{1} << 24); };
-  return 400 + 13 * 4 * triCount + pool(36 * triCount) + pool(48 * vertCount);
-}
-constexpr int64_t kArenaBlock = 0x1000028;
-
 // Each boundary of the budget rule met exactly, and missed by the least a budget can miss it.
 TEST(KDTreeBuildAlloc, BudgetBoundaries) {
-  constexpr int64_t kMiB = 1 << 20;
+  constexpr int64_t kMiB = 1 << 20, kArenaBlock = 0x1000028;
+  // Bytes charged before the first arena block: the context, thirteen per-triangle arrays and
+  // the two pools.
+  auto fixedCharge = [](const Mesh& m) {
+    auto pool = [](int64_t need) { return (need & ~int64_t{0xFFFFFF}) + (int64_t{1} << 24); };
+    return 400 + 13 * 4 * m.TriCount() + pool(36 * m.TriCount()) + pool(48 * m.VertCount());
+  };
   // Required bytes 12 v + 84 t + 33554912 with no triangles: 2883544 vertices need exactly
   // 65 MiB, which passes (then the vertex pool overdraws it); one vertex more does not.
   Mesh many;
@@ -153,17 +196,21 @@ TEST(KDTreeBuildAlloc, BudgetBoundaries) {
   ASSERT_EQ(48 * 1048576, 3 << 24);
   // A one-leaf tree needs one arena block beyond the fixed charges; for this triangle count both
   // add up to exactly 71 MiB, and a block is opened while that much is left.
-  const Mesh soup = RandomSoup(141146, 1);
-  ASSERT_EQ(FixedCharge(soup.VertCount(), soup.TriCount()) + kArenaBlock, 71 * kMiB);
-  const Mesh small = RandomSoup(2, 1);
-  struct Row {
+  const Mesh soup = RandomSoup(141146, 1), small = RandomSoup(2, 1);
+  ASSERT_EQ(fixedCharge(soup) + kArenaBlock, 71 * kMiB);
+  // A budget for exactly one arena block, for a tree that needs more: the build stops midway
+  // and releases everything it took (the sanitizer build reports any leak).
+  const Mesh fine = RandomSoup(150000, 7, 1.0f, 0.02f);
+  const unsigned oneBlock = static_cast<unsigned>((fixedCharge(fine) + kArenaBlock + kMiB - 1) >>
+                                                  20);
+  ASSERT_LT(int64_t{oneBlock} << 20, fixedCharge(fine) + 2 * kArenaBlock);
+  const struct {
     const char* name;
     const Mesh* mesh;
     int vertCount;
     unsigned maxDepth, memoryMB;
     VtqStatus expected;
-  };
-  const Row rows[] = {
+  } rows[] = {
       {"required 12 bytes over", &many, 2883545, 30, 65, vtqStsErrNoMem},
       {"required exactly the budget", &many, 2883544, 30, 65, vtqStsErrMemBudget},
       {"pools on unit boundaries, one MiB short", &noTriangles, 1048576, 30, 96,
@@ -173,57 +220,27 @@ TEST(KDTreeBuildAlloc, BudgetBoundaries) {
       {"block exactly left", &soup, soup.VertCount(), 0, 71, vtqStsOk},
       // Passes the parameter check but leaves no room for a block.
       {"33 MiB", &small, small.VertCount(), 30, 33, vtqStsErrMemBudget},
+      {"arena exhausted mid-build", &fine, fine.VertCount(), 50, oneBlock, vtqStsErrMemBudget},
+      {"same tree with room", &fine, fine.VertCount(), 50, 1024, vtqStsOk},
   };
-  for (const Row& row : rows) {
-    BuildCall call(*row.mesh, KDParams(KDTreeAlgSAH, row.maxDepth, 0.5f, row.memoryMB));
+  for (const auto& row : rows) {
+    BuildCall call(*row.mesh, KDParams(KDTreeAlgSAH, row.maxDepth, 1.0f, row.memoryMB));
     call.vertCount = row.vertCount;
     EXPECT_EQ(call.Run(), row.expected) << row.name;
     EXPECT_EQ(call.Untouched(), row.expected != vtqStsOk) << row.name;
+    if (row.mesh != &fine || call.Untouched()) continue;
+    // The roomy build indeed outgrows one block: 48 bytes a node, 4 a listed triangle.
+    KDTreeStats stats;
+    EXPECT_EQ(call.Check(fine, {.checkCoverage = false}, &stats), "");
+    EXPECT_GT(48 * stats.nodes + 4 * stats.triangleRefs, int64_t{1} << 24);
   }
-}
-
-TEST(KDTreeBuildAlloc, ArenaExhaustedMidBuild) {
-  // Budget for exactly one arena block, for a mesh whose tree needs more: the build stops with
-  // the budget error and releases everything it took (ASan reports any leak).
-  Mesh mesh = RandomSoup(150000, 7, 1.0f, 0.02f);
-  int64_t fixed = FixedCharge(mesh.VertCount(), mesh.TriCount());
-  unsigned memoryMB = static_cast<unsigned>((fixed + kArenaBlock + (1 << 20) - 1) >> 20);
-  ASSERT_LT(int64_t{memoryMB} << 20, fixed + 2 * kArenaBlock);
-  BuildCall tight(mesh, KDParams(KDTreeAlgSAH, 50, 1.0f, memoryMB));
-  EXPECT_EQ(tight.Run(), vtqStsErrMemBudget);
-  EXPECT_TRUE(tight.Untouched());
-  // With room, the same tree indeed outgrows one block: 48 bytes a node, 4 a listed triangle.
-  BuildCall roomy(mesh, KDParams(KDTreeAlgSAH, 50, 1.0f, 1024));
-  ASSERT_EQ(roomy.Run(), vtqStsOk);
-  KDTreeStats stats;
-  KDTreeCheckOptions options;
-  options.checkCoverage = false;
-  EXPECT_EQ(CheckTree(roomy.tree, roomy.treeSize, mesh, options, &stats), "");
-  EXPECT_GT(48 * stats.nodes + 4 * stats.triangleRefs, int64_t{1} << 24);
-}
-
-// `count` triangle boxes on a coarse grid (so starts, ends and flat triangles often coincide) in
-// the cell [0, 8]^3, some reaching out of it.
-std::vector<kd::Box> RandomBoxes(int count, uint32_t seed) {
-  std::mt19937 rng(seed);
-  std::uniform_int_distribution<int> grid(0, 8);
-  std::vector<kd::Box> boxes(static_cast<size_t>(count));
-  for (kd::Box& box : boxes) {
-    for (int axis = 0; axis < 3; ++axis) {
-      int a = grid(rng), b = rng() % 3 == 0 ? a : grid(rng);  // a third flat on each axis
-      box.lo[axis] = 0.5f * std::min(a, b) - 1.0f;
-      box.hi[axis] = 0.5f * std::max(a, b) + (rng() % 2 ? 3.0f : 0.0f);
-      if (a == b) box.hi[axis] = box.lo[axis] = std::clamp(box.lo[axis], 0.0f, 8.0f);
-    }
-  }
-  return boxes;
 }
 
 const kd::Box kCell = {{0, 0, 0}, {8, 8, 8}};
 
 // The split search as the builder runs it at the root: event lists, then the sweep.
 kd::AxisSplit SearchEvents(const std::vector<kd::Box>& boxes, int axis) {
-  int n = static_cast<int>(boxes.size());
+  const int n = static_cast<int>(boxes.size());
   std::vector<int32_t> ids(boxes.size());
   for (int i = 0; i < n; ++i) ids[i] = i;
   std::vector<kd::Event> lists(7 * boxes.size());
@@ -243,23 +260,34 @@ std::pair<int, int> Sides(const std::vector<kd::Box>& boxes, int axis, float x, 
   return {below, above};
 }
 
-// Nodes without empty space: the sweep's cost is the minimum over every candidate the rules
-// allow, each costed here in long double by brute force (faces carry the 0.7 discount for flat
-// triangles lying in them), and the counts it reports are those of its own plane.
+// Boxes on a coarse grid (so starts, ends and flat triangles often coincide), some reaching out
+// of the cell, one spanning it so that no face has empty space: the sweep's cost is the minimum
+// over every candidate the rules allow, each costed here in long double by brute force (faces
+// carry the 0.7 discount for flat triangles lying in them), and the counts it reports are those
+// of its own plane.
 TEST(KDTreeSplitSearch, SweepFindsCheapestPlane) {
   for (uint32_t seed = 0; seed < 100; ++seed) {
-    std::vector<kd::Box> boxes = RandomBoxes(2 + seed % 60, 1000 + seed);
-    boxes[0] = {{-1, -1, -1}, {9, 9, 9}};  // leaves no empty space at any face
+    std::mt19937 rng(1000 + seed);
+    std::uniform_int_distribution<int> grid(0, 8);
+    std::vector<kd::Box> boxes(2 + seed % 60);
+    for (kd::Box& box : boxes) {
+      for (int axis = 0; axis < 3; ++axis) {
+        int a = grid(rng), b = rng() % 3 == 0 ? a : grid(rng);  // a third flat on each axis
+        box.lo[axis] = 0.5f * std::min(a, b) - 1.0f;
+        box.hi[axis] = 0.5f * std::max(a, b) + (rng() % 2 ? 3.0f : 0.0f);
+        if (a == b) box.hi[axis] = box.lo[axis] = std::clamp(box.lo[axis], 0.0f, 8.0f);
+      }
+    }
+    boxes[0] = {{-1, -1, -1}, {9, 9, 9}};
     for (int axis = 0; axis < 3; ++axis) {
-      const long double g = 4;  // ab / (a + b) for the other two extents, both 8
       long double best = 1e30L;
-      for (int step = 0; step <= 16; ++step) {
-        float x = 0.5f * step;
+      for (float x = 0; x <= 8; x += 0.5f) {
         bool flatFace = false;
         for (const kd::Box& box : boxes) flatFace |= box.lo[axis] == x && box.hi[axis] == x;
         for (bool planarBelow : {true, false}) {
           auto [below, above] = Sides(boxes, axis, x, planarBelow);
-          long double cost = 16 * (below * (x + g) + above * (8 - x + g));
+          // 4 = ab / (a + b) for the other two extents, both 8.
+          long double cost = 16 * (below * (x + 4.0L) + above * (12.0L - x));
           if (flatFace && ((x == 0 && planarBelow) || (x == 8 && !planarBelow))) cost *= 0.7L;
           best = std::min(best, cost);
         }
@@ -296,17 +324,15 @@ TEST(KDTreeSplitSearch, EmptySpaceIsCutFirst) {
 // bit, while squashing the remaining axis makes it the dearest. x wins a tie with y; z wins a
 // tie with the cheapest. The root's split axis shows the choice.
 TEST(KDTreeSplitSearch, AxisTiesOnSymmetricScenes) {
-  using Images = std::vector<std::array<int, 3>>;  // axis permutations applied to each triangle
   const struct {
-    const char* name;
-    Images images;
-    int dearAxis;  // squashed; -1 when all three axes tie
+    std::vector<std::array<int, 3>> images;  // axis permutations applied to each triangle
+    int dearAxis;                            // squashed; -1 when all three axes tie
     int expectedAxis;
   } scenes[] = {
-      {"x, y and z alike", {{0, 1, 2}, {0, 2, 1}, {1, 0, 2}, {1, 2, 0}, {2, 0, 1}, {2, 1, 0}}, -1, 2},
-      {"x and y alike, z dearer", {{0, 1, 2}, {1, 0, 2}}, 2, 0},
-      {"y and z alike, x dearer", {{0, 1, 2}, {0, 2, 1}}, 0, 2},
-      {"x and z alike, y dearer", {{0, 1, 2}, {2, 1, 0}}, 1, 2},
+      {{{0, 1, 2}, {0, 2, 1}, {1, 0, 2}, {1, 2, 0}, {2, 0, 1}, {2, 1, 0}}, -1, 2},
+      {{{0, 1, 2}, {1, 0, 2}}, 2, 0},
+      {{{0, 1, 2}, {0, 2, 1}}, 0, 2},
+      {{{0, 1, 2}, {2, 1, 0}}, 1, 2},
   };
   for (const auto& scene : scenes) {
     Mesh soup = RandomSoup(60, 17, 1.0f, 0.3f), mesh;
@@ -325,8 +351,42 @@ TEST(KDTreeSplitSearch, AxisTiesOnSymmetricScenes) {
     }
     BuildCall call(mesh, KDParams(KDTreeAlgSAH, 1, 1.0f));
     ASSERT_EQ(call.Run(), vtqStsOk);
-    ASSERT_FALSE(kdnode::IsLeaf(call.tree[0])) << scene.name;
-    EXPECT_EQ(kdnode::SplitAxis(call.tree[0]), scene.expectedAxis) << scene.name;
+    ASSERT_FALSE(kdnode::IsLeaf(call.tree[0])) << scene.dearAxis;
+    EXPECT_EQ(kdnode::SplitAxis(call.tree[0]), scene.expectedAxis) << scene.dearAxis;
+  }
+}
+
+// Every tree passes the exact checker, which proves that no ray can pass through a triangle its
+// leaves fail to list. A deep SAH tree over a surface must also be worth walking: far fewer
+// expected triangle tests than one leaf of every triangle.
+TEST(KDTreeBuildAlloc, TreesPassTheChecker) {
+  Mesh mixed = UvSphere(10, 20, 1.5f, 4, 4, 1);
+  mixed.Append(AxisAlignedGrid(8));
+  mixed.Append(RandomSoup(150, 3, 4.0f, 0.5f));
+  mixed.Append(Duplicated(UvSphere(4, 6, 0.5f, 2, 6, 0.5f), 3));
+  const std::pair<const char*, Mesh> meshes[] = {{"mixed scene", mixed},
+                                                 {"axis-aligned grid", AxisAlignedGrid(12)},
+                                                 {"soup", RandomSoup(2000, 21, 1.0f, 0.2f)},
+                                                 {"scan-like", BumpySphere(60, 90, 0.15f, 1)},
+                                                 {"single", RandomSoup(1, 4)},
+                                                 {"empty", Mesh()}};
+  const VtqrKDTreeBuildParams params[] = {
+      KDParams(KDTreeAlgSimple, 50),  KDParams(KDTreeAlgSAH, 50, 0),
+      KDParams(KDTreeAlgSAH, 50, 1),  KDParams(KDTreeAlgSAH, 12, 0.5f),
+      KDParams(KDTreeAlgSAH, 8, 1),   KDParams(KDTreeAlgSAH, 1, 0.3f),
+      KDParams(KDTreeAlgSAH, 0, 0.5f)};
+  for (const auto& [name, mesh] : meshes) {
+    for (const VtqrKDTreeBuildParams& p : params) {
+      SCOPED_TRACE(::testing::Message() << name << " algorithm " << p.algorithm << " depth "
+                                        << p.maxDepth << " factor " << p.factor);
+      BuildCall call(mesh, p);
+      ASSERT_EQ(call.Run(), vtqStsOk);
+      KDTreeStats stats;
+      ASSERT_EQ(call.Check(mesh, {.maxDepth = p.maxDepth}, &stats), "");
+      if (p.algorithm == KDTreeAlgSAH && p.maxDepth >= 8 && mesh.TriCount() > 100) {
+        EXPECT_LT(stats.sahCost, 0.1 * mesh.TriCount());
+      }
+    }
   }
 }
 

@@ -37,53 +37,44 @@ Record Reference(const float* t) {
   const long double s = k == 1 ? -1.0L : 1.0L;
   const bool perpendicular = std::fabs(n[u]) < 0x1p-52L && std::fabs(n[v]) < 0x1p-52L;
   r.axes = static_cast<uint32_t>((k << 4) | (u << 2) | v) | (perpendicular ? 0x80000000u : 0);
-  const long double values[9] = {perpendicular ? 0 : n[u] / n[k], p[k],
-                                 perpendicular ? 0 : n[v] / n[k], p[u],
-                                 p[v],           s * e2[u] / n[k],
-                                 s * e2[v] / n[k], s * e1[u] / n[k],
+  const long double values[9] = {perpendicular ? 0 : n[u] / n[k],
+                                 p[k],
+                                 perpendicular ? 0 : n[v] / n[k],
+                                 p[u],
+                                 p[v],
+                                 s * e2[u] / n[k],
+                                 s * e2[v] / n[k],
+                                 s * e1[u] / n[k],
                                  s * e1[v] / n[k]};
   for (int i = 0; i < 9; ++i) r.c[i] = static_cast<float>(values[i]);
   return r;
 }
 
 // Records of the triangles whose vertices are stored A, B, P; the index names them so that P
-// is the base point.
-std::vector<Record> Build(CodePath path, const std::vector<float>& vert) {
-  const int count = static_cast<int>(vert.size() / 9);
+// is the base point. The rows are shared by both code paths, so u8's column stands for both.
+std::vector<Record> Build(const std::vector<float>& vert, int count) {
   std::vector<int32_t> index;
-  for (int t = 0; t < count; ++t) index.insert(index.end(), {3 * t, 3 * t + 1, 3 * t + 2, 0});
-  std::vector<Record> records(static_cast<size_t>(count));
+  for (int t = 0; t < std::max(count, 1); ++t)
+    index.insert(index.end(), {3 * t, 3 * t + 1, 3 * t + 2, 0});
+  std::vector<Record> records(std::max(count, 1));
   std::memset(records.data(), 0xA5, sizeof(Record) * records.size());
   EXPECT_EQ(
-      kDispatchTable.TriangleAccelInit[path](reinterpret_cast<VtqrTriangleAccel*>(records.data()),
-                                             vert.data(), index.data(), count),
+      kDispatchTable.TriangleAccelInit[kPathU8](
+          reinterpret_cast<VtqrTriangleAccel*>(records.data()), vert.data(), index.data(), count),
       vtqStsOk);
   return records;
 }
 
-class TriangleAccel : public PerPath {};
-VTQR_INSTANTIATE_PER_PATH(TriangleAccel);
-
-TEST_P(TriangleAccel, SizeQueryAndEmptyInit) {
-  int32_t size = 0;
-  EXPECT_EQ(kDispatchTable.TriangleAccelGetSize[path()](&size), vtqStsOk);
-  EXPECT_EQ(size, 40);
-  EXPECT_EQ(kDispatchTable.TriangleAccelGetSize[path()](nullptr), vtqStsErrNullPtr);
-  // A count below 1 writes nothing.
-  Record r;
-  std::memset(&r, 0xA5, sizeof(r));
-  const float vert[9] = {0, 0, 0, 1, 0, 0, 0, 1, 0};
-  const int32_t index[4] = {0, 1, 2, 0};
-  for (int count : {0, -1}) {
-    kDispatchTable.TriangleAccelInit[path()](reinterpret_cast<VtqrTriangleAccel*>(&r), vert, index,
-                                             count);
-    EXPECT_EQ(r.axes, 0xA5A5A5A5u);
-  }
-}
-
 // Hand-made triangles (A, B, P) on dyadic coordinates: every quantity is exact, so records
 // compare bit for bit. The axes word is spelled out too, which checks the reference itself.
-TEST_P(TriangleAccel, HandMadeTrianglesMatchReference) {
+// A count below 1 writes nothing.
+TEST(TriangleAccel, HandMadeTrianglesMatchReference) {
+  int32_t size = 0;
+  EXPECT_EQ(kDispatchTable.TriangleAccelGetSize[kPathU8](&size), vtqStsOk);
+  EXPECT_EQ(size, 40);
+  EXPECT_EQ(kDispatchTable.TriangleAccelGetSize[kPathU8](nullptr), vtqStsErrNullPtr);
+  for (int count : {0, -1})
+    EXPECT_EQ(Build({0, 0, 0, 1, 0, 0, 0, 1, 0}, count)[0].axes, 0xA5A5A5A5u);
   const uint32_t kX = 0x06, kY = 0x12, kZ = 0x21, kPerp = 0x80000000u;  // k << 4 | u << 2 | v
   const struct {
     const char* name;
@@ -108,7 +99,7 @@ TEST_P(TriangleAccel, HandMadeTrianglesMatchReference) {
       {"collinear: all zero", {1, 1, 1, 2, 2, 2, 0, 0, 0}, 0},
   };
   for (const auto& c : cases) {
-    const Record expected = Reference(c.abp.data()), actual = Build(path(), c.abp)[0];
+    const Record expected = Reference(c.abp.data()), actual = Build(c.abp, 1)[0];
     EXPECT_EQ(expected.axes, c.axes) << c.name;
     EXPECT_EQ(actual.axes, expected.axes) << c.name;
     EXPECT_TRUE(SameBits(expected.c, actual.c, 9)) << c.name;
@@ -117,7 +108,7 @@ TEST_P(TriangleAccel, HandMadeTrianglesMatchReference) {
 
 // Random triangles over many magnitudes: identical axes words, coefficients within one float step
 // of the long-double reference (the library rounds in double first).
-TEST_P(TriangleAccel, RandomTrianglesWithinOneStep) {
+TEST(TriangleAccel, RandomTrianglesWithinOneStep) {
   std::mt19937 rng(12345);
   std::uniform_real_distribution<float> unit(-1, 1), exponent(-20, 20);
   const int kCount = 500;
@@ -127,7 +118,7 @@ TEST_P(TriangleAccel, RandomTrianglesWithinOneStep) {
     for (int i = 0; i < 9; ++i)
       vert.push_back(scale * unit(rng) + (i % 3 == 0 ? 4 * scale * t / kCount : 0));
   }
-  const std::vector<Record> records = Build(path(), vert);
+  const std::vector<Record> records = Build(vert, kCount);
   for (int t = 0; t < kCount; ++t) {
     const Record expected = Reference(&vert[9 * t]);
     ASSERT_EQ(records[t].axes, expected.axes) << "triangle " << t;
@@ -158,13 +149,10 @@ std::array<float, 6> ReferenceBox(const std::vector<float>& vert, int count) {
           hi[0] + margin, hi[1] + margin, hi[2] + margin};
 }
 
-class BoundBox : public PerPath {};
-VTQR_INSTANTIATE_PER_PATH(BoundBox);
-
 // Every length of the unrolled loop's tail, with the extremes in the last vertex, and with a NaN
 // in the first and in the last vertex; the margin of the smallest normal float for a box of
 // zeros; NaN-only input. Null vertices: -8 and the box untouched.
-TEST_P(BoundBox, MatchesReference) {
+TEST(BoundBox, MatchesReference) {
   std::mt19937 rng(99);
   std::uniform_real_distribution<float> unit(-10, 10);
   for (int count = -5; count <= 17; ++count) {
@@ -177,14 +165,14 @@ TEST_P(BoundBox, MatchesReference) {
       if (variant == 2) std::fill(vert.begin(), vert.end(), 0.0f);
       if (variant == 3) std::fill(vert.begin(), vert.end(), NAN);
       std::array<float, 6> box;
-      ASSERT_EQ(kDispatchTable.SetBoundBox_32f[path()](vert.data(), count, box.data()), vtqStsOk);
+      ASSERT_EQ(kDispatchTable.SetBoundBox_32f[kPathU8](vert.data(), count, box.data()), vtqStsOk);
       const std::array<float, 6> expected = ReferenceBox(vert, std::max(count, 0));
       EXPECT_TRUE(SameBits(expected.data(), box.data(), 6)) << count << " vertices, " << variant;
     }
   }
   float box[6];
   std::fill(box, box + 6, Sentinel());
-  EXPECT_EQ(kDispatchTable.SetBoundBox_32f[path()](nullptr, 3, box), vtqStsErrNullPtr);
+  EXPECT_EQ(kDispatchTable.SetBoundBox_32f[kPathU8](nullptr, 3, box), vtqStsErrNullPtr);
   for (float x : box) EXPECT_EQ(Bits(x), kSentinelBits);
 }
 

@@ -31,6 +31,16 @@ struct Buffers {
   float *sample(int c) { return &samples[c * kN]; }
   float *coeffs(int c) { return &coeff[c * 256]; }
   float *outs(int c) { return &out[c * kN]; }
+  // Outputs filled with the sentinel, to show that a call wrote nothing.
+  void Poison() {
+    std::fill(coeff.begin(), coeff.end(), Sentinel());
+    std::fill(out.begin(), out.end(), Sentinel());
+  }
+  bool Untouched() const {
+    auto sentinel = [](float f) { return Bits(f) == kSentinelBits; };
+    return std::all_of(coeff.begin(), coeff.end(), sentinel) &&
+           std::all_of(out.begin(), out.end(), sentinel);
+  }
 };
 
 // Hands out the pointer arguments of a call in turn, nulling the one numbered `target`.
@@ -42,7 +52,9 @@ struct Nuller {
   }
 };
 
-VtqStatus Call(Fn fn, Buffers &b, int n, Vtq32u order, const VtqrSHState *state, Nuller &p) {
+VtqStatus Call(Fn fn, Buffers &b, int n, Vtq32u order, const VtqrSHState *state,
+               Nuller *nuller = nullptr) {
+  Nuller none, &p = nuller ? *nuller : none;
   const DispatchTable &t = kDispatchTable;
   const float *x = p(b.d.x.data()), *y = p(b.d.y.data()), *z = p(b.d.z.data());
   switch (fn) {
@@ -75,15 +87,6 @@ VtqStatus Call(Fn fn, Buffers &b, int n, Vtq32u order, const VtqrSHState *state,
     }
   }
   return -99;
-}
-
-VtqStatus Call(Fn fn, Buffers &b, int n, Vtq32u order, const VtqrSHState *state) {
-  Nuller none;
-  return Call(fn, b, n, order, state, none);
-}
-
-bool AllSentinel(const std::vector<float> &v) {
-  return std::all_of(v.begin(), v.end(), [](float f) { return Bits(f) == kSentinelBits; });
 }
 
 // Every call checks its pointers first, each one nulled in turn (each plane of a three-plane
@@ -121,46 +124,35 @@ TEST(SHCalls, ChecksInOrderAndWritesNothingOnFailure) {
       {"order negative as int", &recurrenceHuge, -1, 0x80000000u, kBad, kBad, kOk},
   };
   Buffers b(1);
-  auto poison = [&b] {
-    std::fill(b.coeff.begin(), b.coeff.end(), Sentinel());
-    std::fill(b.out.begin(), b.out.end(), Sentinel());
-  };
   for (Fn fn : {kSH, kBand, kFwdC1I, kFwdC3P3I, kFwdP3I, kInvC1, kInvP3, kInvP3C3}) {
     SCOPED_TRACE(kFnNames[fn]);
     Nuller counter;
-    Call(fn, b, -1, 0, direct.get(), counter);
-    for (int slot = 0; slot < counter.next; ++slot) {
-      poison();
-      Nuller null{slot};
-      EXPECT_EQ(vtqStsErrNullPtr, Call(fn, b, 0, 99, direct.get(), null)) << "slot " << slot;
-      ASSERT_TRUE(AllSentinel(b.coeff) && AllSentinel(b.out)) << "slot " << slot;
+    Call(fn, b, -1, 0, direct.get(), &counter);
+    for (Nuller null{0}; null.target < counter.next; null = {null.target + 1}) {
+      b.Poison();
+      EXPECT_EQ(vtqStsErrNullPtr, Call(fn, b, 0, 99, direct.get(), &null)) << null.target;
+      EXPECT_TRUE(b.Untouched()) << "slot " << null.target;
     }
     for (const Row &row : rows) {
-      poison();
+      b.Poison();
       const VtqStatus want = fn == kSH ? row.sh : fn == kBand ? row.band : row.transform;
       EXPECT_EQ(want, Call(fn, b, row.n, row.order, row.state)) << row.what;
-      if (want != kOk || row.n < 0) {
-        ASSERT_TRUE(AllSentinel(b.coeff) && AllSentinel(b.out)) << row.what;
-      }
+      EXPECT_TRUE((want == kOk && row.n >= 0) || b.Untouched()) << row.what;
     }
   }
 }
 
 // coefficient[k] += round(basis[k] * value), where 1.0 adds the basis and +-0.0 adds +0.0.
 void SequentialForward(const float *basis, float value, float *coeff, size_t count) {
-  for (size_t k = 0; k < count; ++k) {
+  for (size_t k = 0; k < count; ++k)
     coeff[k] = coeff[k] + (value == 1.0f ? basis[k] : value == 0.0f ? 0.0f : basis[k] * value);
-  }
 }
 
 // The inverse's documented order: eight partial sums p_r of the products at k = r (mod 8), each
 // product rounded before its add, then ((p0 + p4) + (p2 + p6)) + ((p1 + p5) + (p3 + p7)).
 float InverseModel(const float *basis, const float *coeff, size_t count) {
   float p[8] = {};
-  for (size_t k = 0; k < count; ++k) {
-    const float product = basis[k] * coeff[k];
-    p[k % 8] = p[k % 8] + product;
-  }
+  for (size_t k = 0; k < count; ++k) p[k % 8] = p[k % 8] + basis[k] * coeff[k];
   return ((p[0] + p[4]) + (p[2] + p[6])) + ((p[1] + p[5]) + (p[3] + p[7]));
 }
 
@@ -199,26 +191,24 @@ TEST(SHTransform, ForwardAndInverseFollowTheirDocumentedOrder) {
           ASSERT_EQ(vtqStsOk, Call(fn, b, n, order, state.get()));
           EXPECT_TRUE(SameBits(want[fn - kFwdC1I].data(), b.coeff.data(), 768)) << kFnNames[fn];
         }
-        // The inverse of those planes: the three-channel forms give each channel the bits of the
-        // one-channel form, which are the same for unaligned coefficients.
-        std::vector<float> one(3 * n), shifted(257);
+        // The inverse of those planes: every form gives the documented order's bits, the
+        // one-channel form also from unaligned coefficients.
+        ASSERT_EQ(vtqStsOk, Call(kInvP3, b, n, order, state.get()));
+        const std::vector<float> planes = b.out;
+        ASSERT_EQ(vtqStsOk, Call(kInvP3C3, b, n, order, state.get()));
+        std::vector<float> one(n), shifted(257);
         for (int c = 0; c < 3; ++c) {
           std::copy_n(b.coeffs(c), 256, &shifted[1]);
           ASSERT_EQ(vtqStsOk, kDispatchTable.SHTInv_32f_C1[kPathU8](
                                   &shifted[1], order, b.d.x.data(), b.d.y.data(), b.d.z.data(),
-                                  &one[c * n], n, state.get()));
-        }
-        ASSERT_TRUE(std::all_of(one.begin(), one.end(), [](float v) { return std::isfinite(v); }));
-        for (int c = 0; c < 3; ++c) {
+                                  one.data(), n, state.get()));
           for (int i = 0; i < n; ++i) {
-            ASSERT_EQ(Bits(InverseModel(bases[i].data(), b.coeffs(c), set)), Bits(one[c * n + i]))
+            const uint32_t want = Bits(InverseModel(bases[i].data(), b.coeffs(c), set));
+            ASSERT_TRUE(want == Bits(one[i]) && want == Bits(planes[c * Buffers::kN + i]) &&
+                        want == Bits(b.out[3 * i + c]))
                 << "channel " << c << ", direction " << i;
           }
         }
-        ASSERT_EQ(vtqStsOk, Call(kInvP3, b, n, order, state.get()));
-        for (int c = 0; c < 3; ++c) EXPECT_TRUE(SameBits(&one[c * n], b.outs(c), n));
-        ASSERT_EQ(vtqStsOk, Call(kInvP3C3, b, n, order, state.get()));
-        for (int i = 0; i < 3 * n; ++i) EXPECT_EQ(Bits(one[i % 3 * n + i / 3]), Bits(b.out[i]));
       }
     }
   }
@@ -228,21 +218,20 @@ TEST(SHTransform, ForwardAndInverseFollowTheirDocumentedOrder) {
 // exact +0.0, which also clears a -0.0 coefficient. An infinite or NaN sample reaches every
 // coefficient, the basis's zeros included.
 TEST(SHTransform, SampleValueRules) {
-  const auto fwd = kDispatchTable.SHTFwd_32f_C1I[kPathU8];
-  const float big = 1e30f, x = 0.0f, y = 0.0f, z = 1.0f;
+  const float big = 1e30f, zero = 0.0f, one = 1.0f;
   for (int method : kMethods) {
-    SCOPED_TRACE(::testing::Message() << "method " << method);
     State state(15, method);
-    float coeff[9];
-    for (float zero : {0.0f, -0.0f}) {
-      std::fill_n(coeff, 9, -0.0f);
-      ASSERT_EQ(vtqStsOk, fwd(&big, &big, &big, &zero, 1, coeff, 2, state.get()));
-      for (float c : coeff) EXPECT_EQ(0u, Bits(c));
-    }
-    for (float value : {INFINITY, -INFINITY, NAN}) {
-      std::fill_n(coeff, 9, 0.5f);
-      ASSERT_EQ(vtqStsOk, fwd(&x, &y, &z, &value, 1, coeff, 2, state.get()));
-      for (float c : coeff) EXPECT_TRUE(!std::isfinite(c) && (std::isnan(c) || !std::isnan(value)));
+    for (float value : {0.0f, -0.0f, INFINITY, -INFINITY, NAN}) {
+      float coeff[9];
+      std::fill_n(coeff, 9, value == 0 ? -0.0f : 0.5f);
+      const float *x = value == 0 ? &big : &zero, *z = value == 0 ? &big : &one;
+      ASSERT_EQ(vtqStsOk,
+                kDispatchTable.SHTFwd_32f_C1I[kPathU8](x, x, z, &value, 1, coeff, 2, state.get()));
+      for (float c : coeff) {
+        EXPECT_TRUE(value == 0 ? Bits(c) == 0
+                               : !std::isfinite(c) && (std::isnan(c) || !std::isnan(value)))
+            << "method " << method << " sample " << value;
+      }
     }
   }
 }

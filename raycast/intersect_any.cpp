@@ -26,7 +26,7 @@ VtqStatus IntersectAnySO_32f(const Vtq32f originEye[3], const Vtq32f* const pDir
     WalkRay<L> ray;
     LoadRays(ray, origin, dir, at);
     KeepAny<L> keep{L::Load(pDist, at)};
-    CastRays(object, false, ray, live, keep);
+    CastRays(object, ray, live, keep);
     if (keep.occluded != 0) {
       L::Store(pMask, at, Select(L::Mask(keep.occluded), typename L::I(-1), mask));
     }

@@ -68,7 +68,7 @@ VtqStatus IntersectMO_32f(const Vtq32f* const pOrigin[3], const Vtq32f* const pD
       WalkRay<L> ray;
       ToObject(pTransform == nullptr ? nullptr : pTransform[k], world, ray);
       keep.taken = 0;
-      CastRays(*pContext[k], true, ray, live, keep);
+      CastRays(*pContext[k], ray, live, keep);
       if (keep.taken != 0) object = Select(L::Mask(keep.taken), I(k), object);
     }
     StoreNearest(out, at, keep);

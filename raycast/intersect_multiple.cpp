@@ -30,7 +30,7 @@ VtqStatus IntersectMultipleSO_32f(const Vtq32f* const pOrigin[3], const Vtq32f* 
     LoadRays(ray, org, dir, at);
     KeepNearest<L> keep = LoadNearest<L>(out, at);
     keep.index = Select(L::Mask(live), keep.index, mask);
-    CastRays(object, true, ray, live, keep);
+    CastRays(object, ray, live, keep);
     StoreNearest(out, at, keep);
   });
   return vtqStsOk;

@@ -21,7 +21,7 @@ VtqStatus IntersectEyeSO_32f(const Vtq32f originEye[3], const Vtq32f* const pDir
     WalkRay<L> ray;
     LoadRays(ray, eye, dir, at);
     KeepNearest<L> keep = LoadNearest<L>(out, at);
-    CastRays(object, ray, L::kAll, keep);
+    CastRays(object, ray, L::kLaneBits, keep);
     StoreNearest(out, at, keep);
   });
   return vtqStsOk;

@@ -66,7 +66,7 @@ template <class L>
 // Lanes whose mask value is zero or positive.
 template <class L>
 [[gnu::always_inline]] inline int LiveLanes(typename L::I mask) {
-  return L::kAll & ~NegativeBits(mask);
+  return L::kLaneBits & ~NegativeBits(mask);
 }
 
 // The outputs of a nearest-hit function.

@@ -65,16 +65,20 @@ struct Element<Vtq8u> {
     return simd::PackSat8u(simd::PackSat16s(Round(v[0]), Round(v[1])),
                            simd::PackSat16s(Round(v[2]), Round(v[3])));
   }
-  static void Store4(Vtq8u* p, __m128 v) {
-    const int32_t bytes = _mm_cvtsi128_si32(Narrow(v));
-    std::memcpy(p, &bytes, sizeof(bytes));
-  }
+  static void Store4(Vtq8u* p, __m128 v) { StoreRounded4(p, Round(v)); }
   static void Store(Vtq8u* p, float v) {
     *p = static_cast<Vtq8u>(_mm_cvtsi128_si32(Narrow(_mm_set_ss(v))));
   }
+  // Four floats clamped to the type's range and rounded, as int32 lanes.
+  static __m128i Round(__m128 v) { return ClampRound(v, kLowest, kHighest); }
+  // Four int32 lanes already in the type's range, stored as voxels p[0..3].
+  static void StoreRounded4(Vtq8u* p, __m128i lanes) {
+    const __m128i words = simd::PackSat16s(lanes, lanes);
+    const int32_t bytes = _mm_cvtsi128_si32(simd::PackSat8u(words, words));
+    std::memcpy(p, &bytes, sizeof(bytes));
+  }
 
  private:
-  static __m128i Round(__m128 v) { return ClampRound(v, kLowest, kHighest); }
   // The four voxels of v in bytes 0..3.
   static __m128i Narrow(__m128 v) {
     const __m128i words = simd::PackSat16s(Round(v), _mm_setzero_si128());
@@ -98,17 +102,17 @@ struct Element16 {
     return Words4ToFloat<Signed>(_mm_cvtsi32_si128(LoadBits<int32_t>(p)));
   }
   static __m128i Pack(const __m128 (&v)[2]) { return PackWords(Round(v[0]), Round(v[1])); }
-  static void Store4(T* p, __m128 v) {
-    const __m128i lanes = Round(v);
-    _mm_storel_epi64(static_cast<__m128i*>(static_cast<void*>(p)), PackWords(lanes, lanes));
-  }
+  static void Store4(T* p, __m128 v) { StoreRounded4(p, Round(v)); }
   static void Store(T* p, float v) {
     const __m128i lanes = Round(_mm_set_ss(v));
     *p = static_cast<T>(_mm_cvtsi128_si32(PackWords(lanes, lanes)));
   }
+  static __m128i Round(__m128 v) { return ClampRound(v, kLowest, kHighest); }
+  static void StoreRounded4(T* p, __m128i lanes) {
+    _mm_storel_epi64(static_cast<__m128i*>(static_cast<void*>(p)), PackWords(lanes, lanes));
+  }
 
  private:
-  static __m128i Round(__m128 v) { return ClampRound(v, kLowest, kHighest); }
   // The lanes are clamped already, so the unsigned pack needs no saturation of its own.
   static __m128i PackWords(__m128i lo, __m128i hi) {
     return Signed ? simd::PackSat16s(lo, hi) : simd::Pack16uInRange(lo, hi);
@@ -132,6 +136,8 @@ struct Element<Vtq32f> {
   }
   static __m128i Pack(const __m128 (&v)[1]) { return _mm_castps_si128(v[0]); }
   static void Store4(Vtq32f* p, __m128 v) { _mm_storeu_ps(p, v); }
+  // A float voxel's "rounded" lanes are its bits.
+  static void StoreRounded4(Vtq32f* p, __m128i lanes) { Store4(p, _mm_castsi128_ps(lanes)); }
   static void Store(Vtq32f* p, float v) { *p = v; }
 };
 

@@ -49,8 +49,8 @@ struct LaneIndices {
 // which two whole loads fetch. The taps are the same voxels either way, so the values are too.
 template <int kAxes>
 inline bool InOneRunOfRows(const __m128i (&part)[kAxes]) {
-  const __m128i consecutive =
-      _mm_add_epi32(_mm_shuffle_epi32(part[0], 0), _mm_setr_epi32(0, 1, 2, 3));
+  const __m128i consecutive = _mm_add_epi32(_mm_shuffle_epi32(part[0], 0),
+                                            _mm_setr_epi32(0, 1, 2, 3));
   __m128i same = _mm_cmpeq_epi32(part[0], consecutive);
   for (int a = 1; a < kAxes; ++a) {
     same = _mm_and_si128(same, _mm_cmpeq_epi32(part[a], _mm_shuffle_epi32(part[a], 0)));
@@ -243,7 +243,7 @@ __m128i Finish(const Samples& s) {
   if constexpr (std::is_same_v<T, Vtq32f>) {
     return _mm_castps_si128(s.value);
   } else {
-    const __m128i rounded = ClampRound(s.value, Element<T>::kLowest, Element<T>::kHighest);
+    const __m128i rounded = Element<T>::Round(s.value);
     if constexpr (std::is_same_v<T, Vtq8u> && Mode::kCubic) {
       return _mm_or_si128(_mm_and_si128(s.border, BiasedTruncate8u(s.value)),
                           _mm_andnot_si128(s.border, rounded));

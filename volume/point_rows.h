@@ -18,8 +18,8 @@
 
 #include "frame/code_path.h"
 #include "frame/parallel.h"
-#include "simd/int16.h"
 #include "simd/select.h"
+#include "volume/element.h"
 #include "volume/point_modes.h"
 #include "volume/point_source.h"
 #include "volume/volume_view.h"
@@ -32,15 +32,7 @@ namespace volume {
 template <class T>
 void StoreLanes(T* dst, __m128i lanes, int laneBits) {
   if (laneBits == 0xF) {
-    if constexpr (std::is_same_v<T, Vtq8u>) {
-      const __m128i words = simd::PackSat16s(lanes, lanes);
-      const int32_t bytes = _mm_cvtsi128_si32(simd::PackSat8u(words, words));
-      std::memcpy(dst, &bytes, sizeof(bytes));
-    } else if constexpr (std::is_same_v<T, Vtq16u>) {
-      _mm_storel_epi64(reinterpret_cast<__m128i*>(dst), simd::Pack16uInRange(lanes, lanes));
-    } else {
-      _mm_storeu_ps(dst, _mm_castsi128_ps(lanes));
-    }
+    Element<T>::StoreRounded4(dst, lanes);
     return;
   }
   alignas(16) int32_t v[4];

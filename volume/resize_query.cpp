@@ -26,10 +26,8 @@ double CuboidEdge(int64_t coordinate, double factor, double shift, double roundi
 
 VtqStatus ResizeGetBufSize(const VtqCuboid* srcVOI, const VtqCuboid* dstVOI, int nChannel,
                            int interpolation, int* pSize) {
-  if (pSize == nullptr || srcVOI == nullptr || dstVOI == nullptr) return vtqStsErrNullPtr;
-  if (!volume::IsValidCuboid(*srcVOI) || !volume::IsValidCuboid(*dstVOI)) return vtqStsErrSize;
-  if (nChannel != 1) return vtqStsErrChannels;
-  if (!volume::IsInterpolationCode(interpolation)) return vtqStsErrInterpolation;
+  const VtqStatus status = volume::CheckCuboidQuery(srcVOI, dstVOI, nChannel, interpolation, pSize);
+  if (status != vtqStsOk) return status;
   const volume::Wrapping32 perThread = volume::ResizeBufferPerThread(interpolation, dstVOI->width,
                                                                      dstVOI->height, dstVOI->depth);
   *pSize = (perThread * ownGetNumThreads()).value();

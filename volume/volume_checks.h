@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "frame/code_path.h"
+#include "volume/interpolation.h"
 #include "vtqr/volume.h"
 
 VTQR_PATH_BEGIN
@@ -37,6 +38,17 @@ inline VtqCuboid TrimToVolume(VtqCuboid voi, const VtqVolumeSize& volume) {
   if (voi.height > volume.height - voi.y) voi.height = volume.height - voi.y;
   if (voi.depth > volume.depth - voi.z) voi.depth = volume.depth - voi.z;
   return voi;
+}
+
+// The checks of the buffer-size queries that take a source and a destination cuboid, in their
+// documented order: pointers, cuboids, channels, interpolation code.
+inline VtqStatus CheckCuboidQuery(const VtqCuboid* srcVOI, const VtqCuboid* dstVOI, int nChannel,
+                                  int interpolation, const int* pSize) {
+  if (pSize == nullptr || srcVOI == nullptr || dstVOI == nullptr) return vtqStsErrNullPtr;
+  if (!IsValidCuboid(*srcVOI) || !IsValidCuboid(*dstVOI)) return vtqStsErrSize;
+  if (nChannel != 1) return vtqStsErrChannels;
+  if (!IsInterpolationCode(interpolation)) return vtqStsErrInterpolation;
+  return vtqStsOk;
 }
 
 // Inclusive voxel bounds of a trimmed VOI along one axis: the voxels a kernel may read.

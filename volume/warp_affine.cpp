@@ -130,10 +130,8 @@ VtqStatus WarpAffine(const T* const* pSrc, VtqVolumeSize srcVolume, int srcStep,
 
 VtqStatus WarpAffineGetBufSize(const VtqCuboid* srcVOI, const VtqCuboid* dstVOI, int nChannel,
                                int interpolation, int* pSize) {
-  if (pSize == nullptr || srcVOI == nullptr || dstVOI == nullptr) return vtqStsErrNullPtr;
-  if (!volume::IsValidCuboid(*srcVOI) || !volume::IsValidCuboid(*dstVOI)) return vtqStsErrSize;
-  if (nChannel != 1) return vtqStsErrChannels;
-  if (!volume::IsInterpolationCode(interpolation)) return vtqStsErrInterpolation;
+  const VtqStatus status = volume::CheckCuboidQuery(srcVOI, dstVOI, nChannel, interpolation, pSize);
+  if (status != vtqStsOk) return status;
   *pSize = 0;
   return vtqStsOk;
 }

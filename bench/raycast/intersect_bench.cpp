@@ -34,6 +34,7 @@
 
 #include "bench/bench_clock.h"
 #include "support/mesh_loader.h"
+#include "support/triangle_reference.h"
 #include "vtqcore.h"
 #include "vtqr.h"
 
@@ -234,22 +235,6 @@ void CastShadowFrame(Scene* s, Array<int32_t>* mask) {
   }
 }
 
-// The library's triangle test on any triangle (the documented formula), for the result check.
-bool OurTest(const Scene& s, int32_t tri, const float e[3], const float d[3], float* t) {
-  const VtqrTriangleAccel& c = s.accel[static_cast<size_t>(tri)];
-  if (c.axes == 0) return false;
-  const int a0 = c.axes & 3, a1 = (c.axes >> 2) & 3, a2 = (c.axes >> 4) & 3;
-  const float den = c.nu * d[a1] + c.nv * d[a0] + d[a2];
-  const float p = c.pu - e[a1], q = c.pv - e[a0];
-  const float num = c.pk + c.nu * p + c.nv * q - e[a2];
-  const float sv = d[a1] * num - p * den, r = d[a0] * num - q * den;
-  const float beta = c.e2v * sv - c.e2u * r, gamma = c.e1u * r - c.e1v * sv;
-  const float rest = den - beta - gamma;
-  if (!(rest * beta >= 0 && beta * gamma >= 0 && rest * gamma >= 0)) return false;
-  *t = num / den;
-  return *t > 0;
-}
-
 #if defined(VTQR_BENCH_EMBREE)
 RTCDevice gDevice = nullptr;
 
@@ -406,8 +391,13 @@ void CheckAgainstEmbree(Scene* s) {
       continue;
     }
     const float d[3] = {r->dx.data[k], r->dy.data[k], r->dz.data[k]};
-    float tTheirs = 0;
-    const bool weHitTheirs = theirs >= 0 && OurTest(*s, theirs, s->eye, d, &tTheirs);
+    // Whether this library's test, on its own, takes Embree's triangle, and at what distance.
+    vtqr::test::TriangleHit hit{};
+    const bool weHitTheirs =
+        theirs >= 0 &&
+        vtqr::test::TriangleReference(s->accel[static_cast<size_t>(theirs)], s->eye, d, &hit) &&
+        hit.t > 0;
+    const float tTheirs = hit.t;
     if (ours >= 0 && weHitTheirs && tTheirs == r->dist.data[k]) {
       ++s->counts["tie"];
     } else if (ours >= 0 && theirs >= 0 && (!weHitTheirs || tTheirs > r->dist.data[k])) {

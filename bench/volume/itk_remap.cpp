@@ -4,50 +4,24 @@
 
 #if defined(VTQR_BENCH_ITK)
 
-#include <chrono>
 #include <cstdint>
 
 #include "itkAffineTransform.h"
-#include "itkImage.h"
-#include "itkImportImageFilter.h"
 #include "itkLinearInterpolateImageFunction.h"
 #include "itkResampleImageFilter.h"
 #include "itkWarpImageFilter.h"
+#include "itk_volume.h"
 
 namespace vtqr::bench {
 namespace {
-
-template <class Pixel>
-typename itk::Image<Pixel, 3>::Pointer Import(const Pixel* data, int side) {
-  using Importer = itk::ImportImageFilter<Pixel, 3>;
-  typename Importer::Pointer import = Importer::New();
-  typename Importer::SizeType size;
-  size.Fill(static_cast<itk::SizeValueType>(side));
-  typename Importer::IndexType start;
-  start.Fill(0);
-  import->SetRegion(typename Importer::RegionType(start, size));
-  import->SetImportPointer(const_cast<Pixel*>(data), static_cast<size_t>(side) * side * side,
-                           false);
-  import->Update();
-  return import->GetOutput();
-}
-
-template <class Filter>
-double TimedUpdate(Filter* filter) {
-  filter->SetNumberOfWorkUnits(1);
-  filter->GetMultiThreader()->SetMaximumNumberOfThreads(1);
-  const auto begin = std::chrono::steady_clock::now();
-  filter->Update();
-  return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
-}
 
 template <class Pixel>
 double WarpField(const Pixel* src, int side, const float* field, Pixel* dst) {
   using Image = itk::Image<Pixel, 3>;
   using Vector = itk::Vector<float, 3>;
   using Field = itk::Image<Vector, 3>;
-  typename Image::Pointer input = Import(src, side);
-  typename Field::Pointer displacement = Import(reinterpret_cast<const Vector*>(field), side);
+  typename Image::Pointer input = ImportVolume(src, side);
+  typename Field::Pointer displacement = ImportVolume(reinterpret_cast<const Vector*>(field), side);
   using Filter = itk::WarpImageFilter<Image, Image, Field>;
   typename Filter::Pointer filter = Filter::New();
   filter->SetInput(input);
@@ -64,7 +38,7 @@ template <class Pixel>
 double ResampleAffine(const Pixel* src, int side, const double (&matrix)[3][3],
                       const double (&offset)[3], Pixel* dst) {
   using Image = itk::Image<Pixel, 3>;
-  typename Image::Pointer input = Import(src, side);
+  typename Image::Pointer input = ImportVolume(src, side);
   using Transform = itk::AffineTransform<double, 3>;
   typename Transform::Pointer transform = Transform::New();
   typename Transform::MatrixType m;

@@ -4,14 +4,13 @@
 
 #if defined(VTQR_BENCH_ITK)
 
-#include <chrono>
 #include <cstdint>
 
 #include "itkImage.h"
-#include "itkImportImageFilter.h"
 #include "itkLinearInterpolateImageFunction.h"
 #include "itkNearestNeighborInterpolateImageFunction.h"
 #include "itkResampleImageFilter.h"
+#include "itk_volume.h"
 
 namespace vtqr::bench {
 namespace {
@@ -19,19 +18,9 @@ namespace {
 template <class Pixel>
 double Resample(const Pixel* src, int side, double factor, int dstSide, bool linear, Pixel* dst) {
   using Image = itk::Image<Pixel, 3>;
-  using Import = itk::ImportImageFilter<Pixel, 3>;
-  typename Import::Pointer import = Import::New();
-  typename Import::SizeType size;
-  size.Fill(static_cast<itk::SizeValueType>(side));
-  typename Import::IndexType start;
-  start.Fill(0);
-  import->SetRegion(typename Import::RegionType(start, size));
-  import->SetImportPointer(const_cast<Pixel*>(src), static_cast<size_t>(side) * side * side, false);
-  import->Update();
-
   using Filter = itk::ResampleImageFilter<Image, Image, double>;
   typename Filter::Pointer filter = Filter::New();
-  filter->SetInput(import->GetOutput());
+  filter->SetInput(ImportVolume(src, side));
   if (linear) {
     filter->SetInterpolator(itk::LinearInterpolateImageFunction<Image, double>::New());
   } else {
@@ -47,14 +36,9 @@ double Resample(const Pixel* src, int side, double factor, int dstSide, bool lin
   filter->SetOutputSpacing(spacing);
   filter->SetOutputOrigin(origin);
   filter->SetDefaultPixelValue(0);
-  filter->SetNumberOfWorkUnits(1);
-  filter->GetMultiThreader()->SetMaximumNumberOfThreads(1);
   filter->GetOutput()->GetPixelContainer()->SetImportPointer(
       dst, static_cast<size_t>(dstSide) * dstSide * dstSide, false);
-
-  const auto begin = std::chrono::steady_clock::now();
-  filter->Update();
-  return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+  return TimedUpdate(filter.GetPointer());
 }
 
 }  // namespace

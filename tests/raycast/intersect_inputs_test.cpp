@@ -59,9 +59,9 @@ TEST_P(IntersectInputs, DefinedResults) {
         rays.dist()[k] = c.dist;
         rays.index()[k] = 0;
       }
-      RefHit hit{c.dist, Sentinel(), Sentinel()};
+      TriangleHit hit{c.dist, Sentinel(), Sentinel()};
       if (c.expected >= 0) {
-        ASSERT_TRUE(RefTriangleTest(object.accel[size_t(c.expected)], c.origin, c.dir, &hit));
+        ASSERT_TRUE(TriangleReference(object.accel[size_t(c.expected)], c.origin, c.dir, &hit));
       }
       for (size_t offset : {0, 1}) {
         SCOPED_TRACE(::testing::Message()

@@ -1,6 +1,6 @@
 // Shared by the intersection tests: objects built through the library, blocks of rays with their
-// per-ray arrays at a chosen alignment, the ray sets that make walks diverge, and the triangle
-// test as the header documents it, for brute-force references.
+// per-ray arrays at a chosen alignment, the ray sets that make walks diverge, and the
+// brute-force nearest hit.
 #ifndef VTQR_TESTS_RAYCAST_INTERSECT_SCENE_H_
 #define VTQR_TESTS_RAYCAST_INTERSECT_SCENE_H_
 
@@ -8,15 +8,15 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdint>
 #include <limits>
 #include <memory>
 #include <random>
 #include <string>
-#include <utility>
 #include <vector>
 
+#include "accel/kdtree_node.h"
 #include "support/mesh_loader.h"
+#include "support/triangle_reference.h"
 #include "test_util.h"
 #include "vtqr.h"
 
@@ -59,14 +59,6 @@ struct Object {
   VtqrIntersectContext context;
 };
 
-// A mesh from the shared data folder, or `fallback` when the folder is absent.
-inline Mesh SharedMeshOr(const char* name, const Mesh& fallback) {
-  Mesh mesh;
-  std::string error;
-  const std::string path = SharedDataFile(name);
-  return !path.empty() && LoadMesh(path, &mesh, &error) ? mesh : fallback;
-}
-
 // An array whose element 0 sits `offset` elements past a 64-byte boundary.
 template <class T>
 struct Plane {
@@ -76,7 +68,7 @@ struct Plane {
   }
   T& operator[](size_t k) { return data[k]; }
   std::vector<T> storage;
-  T* data;
+  T* data;  // into the heap block, so it survives moves of the plane
 };
 
 // The per-ray arrays of one call on a width x height block. Offset 0 lets the library take the
@@ -90,6 +82,8 @@ struct RayBlock {
       u()[k] = v()[k] = Sentinel();
       index()[k] = object()[k] = 0x5A5A5A5A;
     }
+    for (int a = 0; a < 3; ++a) org3[a] = f[size_t(a)].data, dir3[a] = f[size_t(a) + 3].data;
+    hit[0] = u().data, hit[1] = v().data;
   }
   size_t Count() const { return size_t(width) * size_t(height); }
   // The same rays and inputs at another alignment.
@@ -106,37 +100,27 @@ struct RayBlock {
   Plane<float>& v() { return f[8]; }
   Plane<int32_t>& index() { return i[0]; }  // the mask, for the functions that read one
   Plane<int32_t>& object() { return i[1]; }
-  const float* const* Org() { return Planes(0); }
-  const float* const* Dir() { return Planes(3); }
-  const float* const* Planes(int first) {
-    for (int a = 0; a < 3; ++a) planes[first + a] = f[size_t(first + a)].data;
-    return planes + first;
-  }
-  float* const* Hit() {
-    hit[0] = u().data, hit[1] = v().data;
-    return hit;
-  }
 
   // The calls, with argument `nullArg` passed as null for the argument checks.
   VtqStatus Eye(CodePath path, const float eye[3], const VtqrIntersectContext& ob) {
-    return kDispatchTable.IntersectEyeSO_32f[path](eye, Dir(), dist().data, Hit(), index().data,
-                                                   &ob, size);
+    return kDispatchTable.IntersectEyeSO_32f[path](eye, dir3, dist().data, hit, index().data, &ob,
+                                                   size);
   }
   VtqStatus Multiple(CodePath path, const VtqrIntersectContext& ob) {
     return kDispatchTable.IntersectMultipleSO_32f[path](
-        Or(kOrg, Org()), Or(kDir, Dir()), Or(kDist, dist().data), Or(kHit, Hit()),
+        Or(kOrg, org3), Or(kDir, dir3), Or(kDist, dist().data), Or(kHit, hit),
         Or(kIndex, index().data), Or(kContext, &ob), size);
   }
   // dist serves as each ray's end, index as the mask.
   VtqStatus Any(CodePath path, const float origin[3], const VtqrIntersectContext& ob) {
-    return kDispatchTable.IntersectAnySO_32f[path](origin, Or(kDir, Dir()), Or(kDist, dist().data),
+    return kDispatchTable.IntersectAnySO_32f[path](origin, Or(kDir, dir3), Or(kDist, dist().data),
                                                    Or(kIndex, index().data), size,
                                                    Or(kContext, &ob));
   }
   VtqStatus MO(CodePath path, const std::vector<const VtqrIntersectContext*>& objects,
                const float* const* transforms, int count) {
     return kDispatchTable.IntersectMO_32f[path](
-        Or(kOrg, Org()), Or(kDir, Dir()), Or(kDist, dist().data), Or(kHit, Hit()),
+        Or(kOrg, org3), Or(kDir, dir3), Or(kDist, dist().data), Or(kHit, hit),
         Or(kIndex, index().data), Or(kObject, object().data), Or(kContext, objects.data()),
         transforms, count, size);
   }
@@ -151,7 +135,8 @@ struct RayBlock {
   Arg nullArg = kNone;
   std::vector<Plane<float>> f;  // origin x, y, z, direction x, y, z, dist, u, v
   std::vector<Plane<int32_t>> i;
-  const float* planes[6];
+  const float* org3[3];
+  const float* dir3[3];
   float* hit[2];
 };
 
@@ -218,7 +203,9 @@ inline std::vector<RaySet> RaySets(const Object& object, int size, uint32_t seed
   // pixel step, so that the centre row and column are exactly axis-parallel.
   float above[3] = {centre[0], centre[1], centre[2] + 2.5f * radius};
   const VtqrKDTreeNode root = *object.context.pRootNode;
-  if (root.w0 >= 0 && (root.w0 & 3) != 2) above[root.w0 & 3] = FromBits(uint32_t(root.w1));
+  if (!kdnode::IsLeaf(root) && kdnode::SplitAxis(root) != 2) {
+    above[kdnode::SplitAxis(root)] = kdnode::SplitPosition(root);
+  }
   RaySet down{"down z from a split plane", RayBlock(size, size), {above[0], above[1], above[2]}};
   const float step = std::ldexp(1.0f, -std::ilogb(static_cast<float>(size)) - 1);
   for (int k = 0; k < size * size; ++k) {
@@ -272,26 +259,6 @@ inline std::vector<RaySet> RaySets(const Object& object, int size, uint32_t seed
   return sets;
 }
 
-// The triangle test as the header documents it, kept apart from the library's code: whether the
-// ray E + tD is inside record `tri`, with t, u and v.
-struct RefHit {
-  float t, u, v;
-};
-inline bool RefTriangleTest(const VtqrTriangleAccel& tri, const float e[3], const float d[3],
-                            RefHit* hit) {
-  if (tri.axes == 0) return false;
-  const int a0 = tri.axes & 3, a1 = (tri.axes >> 2) & 3, a2 = (tri.axes >> 4) & 3;
-  const float den = tri.nu * d[a1] + tri.nv * d[a0] + d[a2];
-  const float p = tri.pu - e[a1], q = tri.pv - e[a0];
-  const float num = tri.pk + tri.nu * p + tri.nv * q - e[a2];
-  const float s = d[a1] * num - p * den, r = d[a0] * num - q * den;
-  const float beta = tri.e2v * s - tri.e2u * r, gamma = tri.e1u * r - tri.e1v * s;
-  const float rest = den - beta - gamma;
-  if (!(rest * beta >= 0 && beta * gamma >= 0 && rest * gamma >= 0)) return false;
-  *hit = {num / den, beta / den, gamma / den};
-  return true;
-}
-
 // Brute force over every triangle: the nearest t with 0 < t < dist, and every triangle hit at
 // exactly that distance (the walk may report any of them, depending on its order).
 struct RefNearest {
@@ -301,8 +268,8 @@ struct RefNearest {
 inline RefNearest BruteForce(const Object& object, const float e[3], const float d[3], float dist) {
   RefNearest best{dist, {}};
   for (int k = 0; k < object.mesh.TriCount(); ++k) {
-    RefHit hit;
-    if (!RefTriangleTest(object.accel[size_t(k)], e, d, &hit) || !(hit.t > 0)) continue;
+    TriangleHit hit;
+    if (!TriangleReference(object.accel[size_t(k)], e, d, &hit) || !(hit.t > 0)) continue;
     if (hit.t < best.t) best = {hit.t, {}};
     if (hit.t == best.t && hit.t < dist) best.tied.push_back(k);
   }

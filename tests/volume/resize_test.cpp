@@ -1,9 +1,10 @@
-// Resize: values against the double-precision reference, the same bits in every way of calling,
-// integers as the rounded float results, streamed destinations; the order of the checks, the
-// size and cuboid queries, and the buffer plan within the reported size.
+// Resize: values against the double-precision reference, integers as the rounded float results,
+// the same bits in every way of calling and with streamed destinations; the order of the checks,
+// the size and cuboid queries, and the buffer plan within the reported size.
 #include <gtest/gtest.h>
 
 #include <tuple>
+#include <utility>
 
 #include "volume/resize_scratch.h"
 #include "volume/volume_test_util.h"
@@ -17,8 +18,80 @@ constexpr double kInf = std::numeric_limits<double>::infinity();
 class Resize : public PerPath {};
 VTQR_INSTANTIATE_PER_PATH(Resize);
 
+enum class Layout { kBlock, kSlices };
+
+struct ResizeParams {
+  double factor[3];
+  double shift[3];
+  int interpolation = 0;
+};
+
+int ResizeBufferSize(VtqCuboid srcVOI, VtqCuboid dstVOI, int interpolation) {
+  int size = 0;
+  EXPECT_EQ(vtqStsOk,
+            kDispatchTable.ResizeGetBufSize[kPathU8](&srcVOI, &dstVOI, 1, interpolation, &size));
+  return size;
+}
+
+// A resize with a buffer of exactly the reported size for the current thread count.
+template <class T>
+VtqStatus CallResize(CodePath path, Layout layout, const Volume<T>& src, VtqCuboid srcVOI,
+                     Volume<T>& dst, VtqCuboid dstVOI, const ResizeParams& p, size_t misalign = 1) {
+  ExactBuffer buffer(ResizeBufferSize(srcVOI, dstVOI, p.interpolation), misalign);
+  const double *f = p.factor, *s = p.shift;
+  if (layout == Layout::kBlock) {
+    return VTQR_TYPED(T, Resize, C1V)[path](src.base(), src.size(), src.rowStep(), src.planeStep(),
+                                            srcVOI, dst.base(), dst.rowStep(), dst.planeStep(),
+                                            dstVOI, f[0], f[1], f[2], s[0], s[1], s[2],
+                                            p.interpolation, buffer.data());
+  }
+  return VTQR_TYPED(T, Resize, C1PV)[path](src.constSlices(), src.size(), src.rowStep(), srcVOI,
+                                           dst.slices(), dst.rowStep(), dstVOI, f[0], f[1], f[2],
+                                           s[0], s[1], s[2], p.interpolation, buffer.data());
+}
+
+// Taps along one axis for destination index d, clamped to the VOI [lo, hi].
+AxisTaps ResizeTaps(int code, int64_t d, double f, double shift, int lo, int hi) {
+  const double s = static_cast<double>(d) * (1.0 / f) + (-shift / f);
+  const double i = std::floor(s), t = s - i;
+  auto clamp = [&](double v) { return static_cast<int>(std::clamp(v, double(lo), double(hi))); };
+  if (code == vtqInterNearest) return {1, {clamp(std::ceil(s - 0.5))}, {1.0}};
+  if (code == vtqInterLinear) return {2, {clamp(i), clamp(i + 1)}, {1 - t, t}};
+  AxisTaps taps = {4, {clamp(i - 1), clamp(i), clamp(i + 1), clamp(i + 2)}, {}};
+  ReferenceCubicWeights(code, t, taps.weight);
+  return taps;
+}
+
+// The value of every voxel of the destination region, x fastest, in double before any rounding
+// to T; the region [start, end) of each axis goes to `region`.
+template <class T>
+std::vector<double> ReferenceResize(const Volume<T>& src, VtqCuboid srcVOI, VtqCuboid dstVOI,
+                                    const ResizeParams& p, int64_t (&region)[3][2]) {
+  const VtqVolumeSize v = src.size();
+  const int o[3] = {srcVOI.x, srcVOI.y, srcVOI.z}, dO[3] = {dstVOI.x, dstVOI.y, dstVOI.z};
+  const int e[3] = {std::min(srcVOI.width, v.width - o[0]),
+                    std::min(srcVOI.height, v.height - o[1]),
+                    std::min(srcVOI.depth, v.depth - o[2])};
+  const int dE[3] = {dstVOI.width, dstVOI.height, dstVOI.depth};
+  std::vector<AxisTaps> taps[3];
+  for (int a = 0; a < 3; ++a) {
+    const double first = std::max(o[a] * p.factor[a] + p.shift[a], double(dO[a]));
+    const double last = std::min((o[a] + e[a]) * p.factor[a] + p.shift[a], double(dO[a]) + dE[a]);
+    region[a][0] = int64_t(std::trunc(first + 0.4999999999));
+    region[a][1] = int64_t(std::trunc(last + 0.5000000001));
+    for (int64_t d = region[a][0]; d < region[a][1]; ++d)
+      taps[a].push_back(
+          ResizeTaps(p.interpolation, d, p.factor[a], p.shift[a], o[a], o[a] + e[a] - 1));
+  }
+  std::vector<double> out;
+  for (const AxisTaps& tz : taps[2])
+    for (const AxisTaps& ty : taps[1])
+      for (const AxisTaps& tx : taps[0]) out.push_back(SumOfTaps(src, {tx, ty, tz}));
+  return out;
+}
+
 // Bound against the reference, relative to the data's largest value (1 for floats in [-1, 1]):
-// 2^-20; the float passes of three axes, with weights rounded to float, measure below 2^-22.
+// the float passes of three axes, with weights rounded to float, measure below 2^-22.
 // Integers are the reference clamped and rounded, so they may also be off by half a unit.
 constexpr double kRelativeBound = 0x1p-20;
 
@@ -35,7 +108,8 @@ const struct {
     {"enlarge with shifts", {0, 0, 0, 9, 8, 7}, {{1.5, 2.0, 2.5}, {0.25, -0.5, 1.0}}, kWholeDst},
     {"mixed, interior VOI", {2, 1, 1, 5, 5, 4}, {{3.0, 0.4, 1.0}, {-2.3, 0.7, 0.5}}, kWholeDst},
     {"VOI at the low corner", {0, 0, 0, 3, 2, 4}, {{1.7, 1.3, 0.9}, {0, 0, 0}}, kWholeDst},
-    {"past the high corner", {6, 5, 4, 10, 10, 10}, {{2.2, 1.25, 1.6}, {0.1, 0.3, -0.2}}, kWholeDst},
+    {"past the high corner", {6, 5, 4, 10, 10, 10}, {{2.2, 1.25, 1.6},
+     {0.1, 0.3, -0.2}}, kWholeDst},
     {"clipped by the dstVOI", {0, 0, 0, 9, 8, 7}, {{1.5, 1.5, 1.5}, {0, 0, 0}}, {3, 2, 4, 7, 9, 5}},
     // Halves: nearest takes the lower voxel, so that enlarging by 2 repeats every voxel twice.
     {"half-voxel shifts", {0, 0, 0, 9, 8, 7}, {{1, 1, 1}, {0.5, -0.25, 0.75}}, kWholeDst},
@@ -45,19 +119,10 @@ const struct {
     // clang-format on
 };
 
-// Whether every destination voxel samples a source voxel centre: factors 1, whole shifts.
-bool OnCentres(const ResizeParams& p) {
-  for (int a = 0; a < 3; ++a) {
-    if (p.factor[a] != 1 || p.shift[a] != std::trunc(p.shift[a])) return false;
-  }
-  return true;
-}
-
-// Every voxel of the region within the bound (exactly where the mode copies voxels), and every
-// other byte of the destination, padding included, untouched. Integer results are also, bit for
-// bit, the float results of the same values clamped and rounded half to even: the types differ
-// only in loading and storing (factors 0.5, 1 and 2 put taps on zero weights, which integer
-// types skip). Two threads, so that each thread's part of the exactly sized buffer is used.
+// Every voxel of the region within the bound (exactly where the mode copies voxels), every
+// other byte of the destination untouched. Integer results are also, bit for bit, the float
+// results of the same values clamped and rounded half to even: the types differ only in loading
+// and storing. Two threads, so that each thread's part of the exactly sized buffer is used.
 TEST_P(Resize, MatchesTheReference) {
   ThreadCount two(2);
   ForEachType([&]<class T>() {
@@ -70,21 +135,24 @@ TEST_P(Resize, MatchesTheReference) {
         SCOPED_TRACE(::testing::Message() << g.name << ", code " << code << ", " << sizeof(T));
         ResizeParams p = g.p;
         p.interpolation = code;
-        Span r[3];
+        int64_t r[3][2];
         const std::vector<double> expected = ReferenceResize(src, g.srcVOI, g.dstVOI, p, r);
         Volume<T> dst({30, 28, 24});
         Volume<Vtq32f> floatDst({30, 28, 24});
         ASSERT_EQ(vtqStsOk, CallResize(path(), Layout::kBlock, src, g.srcVOI, dst, g.dstVOI, p));
         ASSERT_EQ(vtqStsOk,
                   CallResize(path(), Layout::kBlock, asFloats, g.srcVOI, floatDst, g.dstVOI, p));
-        const bool exact = code == vtqInterNearest || (OnCentres(p) && code != 5 && code != 7);
+        bool onCentres = true;
+        for (int a = 0; a < 3; ++a)
+          onCentres &= p.factor[a] == 1 && p.shift[a] == std::trunc(p.shift[a]);
+        const bool exact = code == vtqInterNearest || (onCentres && code != 5 && code != 7);
         const double bound = exact                       ? 0.0
                              : std::is_same_v<T, Vtq32f> ? kRelativeBound
                                                          : 0.5 + Highest<T>() * kRelativeBound;
         size_t i = 0;
-        for (int64_t z = r[2].start; z < r[2].end; ++z)
-          for (int64_t y = r[1].start; y < r[1].end; ++y)
-            for (int64_t x = r[0].start; x < r[0].end; ++x, ++i) {
+        for (int64_t z = r[2][0]; z < r[2][1]; ++z)
+          for (int64_t y = r[1][0]; y < r[1][1]; ++y)
+            for (int64_t x = r[0][0]; x < r[0][1]; ++x, ++i) {
               T& voxel = dst.at(int(x), int(y), int(z));
               const double want = std::is_same_v<T, Vtq32f>
                                       ? expected[i]
@@ -103,9 +171,8 @@ TEST_P(Resize, MatchesTheReference) {
   });
 }
 
-// The same bits as u8 on one thread with V volumes, in every way of calling: V and PV, one and
-// two threads, volumes stored upside down and back to front (negative steps), any buffer
-// alignment.
+// The bits of u8 on one thread with V volumes in every way of calling: V and PV, one and two
+// threads, volumes stored upside down and back to front (negative steps), any buffer alignment.
 TEST_P(Resize, SameBitsInEveryWayOfCalling) {
   const VtqCuboid srcVOI = {1, 0, 1, 12, 11, 7}, dstVOI = {1, 2, 0, 22, 17, 17};
   ForEachType([&]<class T>() {
@@ -122,17 +189,14 @@ TEST_P(Resize, SameBitsInEveryWayOfCalling) {
         return dst.voxels();
       };
       const std::vector<T> expected = run(kPathU8, Layout::kBlock, 1, false, 0);
-      // Layout, threads, flipped, buffer misalignment.
       for (auto [layout, threads, flipped, misalign] : {std::tuple{Layout::kBlock, 1, false, 0},
-                                                        {Layout::kSlices, 1, false, 0},
-                                                        {Layout::kBlock, 2, false, 0},
-                                                        {Layout::kSlices, 2, true, 0},
-                                                        {Layout::kBlock, 1, true, 0},
+                                                        {Layout::kSlices, 1, false, 37},
                                                         {Layout::kBlock, 2, false, 1},
-                                                        {Layout::kBlock, 1, false, 37}}) {
+                                                        {Layout::kSlices, 2, true, 0},
+                                                        {Layout::kBlock, 1, true, 0}}) {
         EXPECT_TRUE(expected == run(path(), layout, threads, flipped, misalign))
-            << "code " << code << " size " << sizeof(T) << " layout " << int(layout) << " threads "
-            << threads << " flipped " << flipped << " misalign " << misalign;
+            << ::testing::PrintToString(
+                   std::tuple{code, sizeof(T), int(layout), threads, flipped, misalign});
       }
     }
   });
@@ -141,32 +205,29 @@ TEST_P(Resize, SameBitsInEveryWayOfCalling) {
 // A destination of 16 MiB or more goes out with non-temporal stores in 16-byte blocks; in slabs
 // of a few slices each call keeps normal stores. The map is absolute, so both give the same
 // bits. Rows start off 16-byte boundaries, with heads and tails of every length.
-template <class T>
-void CheckSlabsEqualOneCall(CodePath path, int code, VtqVolumeSize size) {
-  SCOPED_TRACE(::testing::Message() << "code " << code << " size " << sizeof(T));
-  const VtqCuboid srcVOI = {0, 0, 0, 23, 19, 17};
-  const VtqCuboid dstVOI = {3, 1, 0, size.width - 3, size.height - 1, size.depth};
-  ASSERT_GE(sizeof(T) * dstVOI.width * dstVOI.height * dstVOI.depth, 16u << 20);
-  const ResizeParams p = {
-      {size.width / 23.0, size.height / 19.0, size.depth / 17.0}, {0.3, -0.2, 0.1}, code};
-  Volume<T> src({23, 19, 17}), whole(size), slabs(size);
-  FillRandom(src, 21);
-  ASSERT_EQ(vtqStsOk, CallResize(path, Layout::kBlock, src, srcVOI, whole, dstVOI, p));
-  for (int z = 0; z < size.depth; z += 7) {
-    const VtqCuboid slab = {dstVOI.x,     dstVOI.y,      z,
-                            dstVOI.width, dstVOI.height, std::min(7, size.depth - z)};
-    ASSERT_EQ(vtqStsOk, CallResize(path, Layout::kBlock, src, srcVOI, slabs, slab, p));
-  }
-  EXPECT_TRUE(whole.bytes() == slabs.bytes());
-}
-
 TEST_P(Resize, SlabsEqualOneCall) {
   ThreadCount one(1);
-  CheckSlabsEqualOneCall<Vtq8u>(path(), vtqInterNearest, {255, 259, 260});
-  CheckSlabsEqualOneCall<Vtq8u>(path(), vtqInterLinear, {255, 259, 260});
-  CheckSlabsEqualOneCall<Vtq8u>(path(), vtqInterCubicB05C03, {255, 259, 260});
-  CheckSlabsEqualOneCall<Vtq16u>(path(), vtqInterCubicLagrange, {183, 181, 262});
-  CheckSlabsEqualOneCall<Vtq32f>(path(), vtqInterLinear, {133, 131, 252});
+  auto check = [&]<class T>(T, int code, VtqVolumeSize size) {
+    SCOPED_TRACE(::testing::Message() << "code " << code << " size " << sizeof(T));
+    const VtqCuboid srcVOI = {0, 0, 0, 23, 19, 17};
+    const VtqCuboid dstVOI = {3, 1, 0, size.width - 3, size.height - 1, size.depth};
+    ASSERT_GE(sizeof(T) * dstVOI.width * dstVOI.height * dstVOI.depth, 16u << 20);
+    const ResizeParams p = {
+        {size.width / 23.0, size.height / 19.0, size.depth / 17.0}, {0.3, -0.2, 0.1}, code};
+    Volume<T> src({23, 19, 17}), whole(size), slabs(size);
+    FillRandom(src, 21);
+    ASSERT_EQ(vtqStsOk, CallResize(path(), Layout::kBlock, src, srcVOI, whole, dstVOI, p));
+    for (VtqCuboid slab = dstVOI; slab.z < size.depth; slab.z += 7) {
+      slab.depth = std::min(7, size.depth - slab.z);
+      ASSERT_EQ(vtqStsOk, CallResize(path(), Layout::kBlock, src, srcVOI, slabs, slab, p));
+    }
+    EXPECT_TRUE(whole.bytes() == slabs.bytes());
+  };
+  check(Vtq8u{}, vtqInterNearest, {255, 259, 260});
+  check(Vtq8u{}, vtqInterLinear, {255, 259, 260});
+  check(Vtq8u{}, vtqInterCubicB05C03, {255, 259, 260});
+  check(Vtq16u{}, vtqInterCubicLagrange, {183, 181, 262});
+  check(Vtq32f{}, vtqInterLinear, {133, 131, 252});
 }
 
 // A resize call's arguments; each row of the check table breaks some of them.
@@ -179,7 +240,6 @@ struct Call {
   int interpolation = vtqInterCubicCatmullRom;
 };
 
-// In check order; rows that break two things expect the earlier check to win.
 const CheckRow<Call> kCheckRows[] = {
     // clang-format off
     {"valid", [](Call&) {}, vtqStsOk},
@@ -203,15 +263,13 @@ const CheckRow<Call> kCheckRows[] = {
     {"interpolation 3 before VOI outside", [](Call& c) { c.interpolation = 3, c.srcVOI.x = 6; },
      vtqStsErrInterpolation},
     {"srcVOI x at the width", [](Call& c) { c.srcVOI.x = 6; }, vtqStsWarnVoiOutside},
-    {"srcVOI y past the height", [](Call& c) { c.srcVOI.y = 9; }, vtqStsWarnVoiOutside},
-    {"srcVOI z at the depth before an empty region",
-     [](Call& c) { c.srcVOI.z = 4, c.s[0] = -100; }, vtqStsWarnVoiOutside},
+    {"srcVOI z at the depth before an empty region", [](Call& c) { c.srcVOI.z = 4, c.s[0] = -100; },
+     vtqStsWarnVoiOutside},
     {"region before the dstVOI", [](Call& c) { c.s[0] = -20; }, vtqStsWarnNoOperation},
     {"dstVOI past the region", [](Call& c) { c.dstVOI.z = 9; }, vtqStsWarnNoOperation},
     {"region rounds to nothing", [](Call& c) { c.f[1] = 0.01, c.s[1] = 0.2; },
      vtqStsWarnNoOperation},
     {"NaN shift", [](Call& c) { c.s[2] = kNaN; }, vtqStsWarnNoOperation},
-    {"infinite shift", [](Call& c) { c.s[0] = kInf; }, vtqStsWarnNoOperation},
     {"infinite factor", [](Call& c) { c.f[1] = kInf; }, vtqStsWarnNoOperation},
     // clang-format on
 };
@@ -224,39 +282,35 @@ TEST_P(Resize, CheckOrderAndNothingWrittenOnFailureOrWarning) {
     Volume<T> src({6, 5, 4});
     FillRandom(src, 5);
     for (Layout layout : {Layout::kBlock, Layout::kSlices}) {
-      for (const auto& row : kCheckRows) {
-        SCOPED_TRACE(::testing::Message()
-                     << row.name << ", layout " << int(layout) << ", " << sizeof(T));
-        Call c;
-        row.breakArgs(c);
-        Volume<T> dst({10, 9, 8});
-        ExactBuffer buffer(bytes);
-        Vtq8u* b = c.nullBuffer ? nullptr : buffer.data();
-        const VtqStatus status =
-            layout == Layout::kBlock
-                ? BlockResize<T>(path())(
-                      c.nullSrc ? nullptr : src.base(), c.srcVolume, src.rowStep(), src.planeStep(),
-                      c.srcVOI, c.nullDst ? nullptr : dst.base(), dst.rowStep(), dst.planeStep(),
-                      c.dstVOI, c.f[0], c.f[1], c.f[2], c.s[0], c.s[1], c.s[2], c.interpolation, b)
-                : SliceResize<T>(path())(
-                      c.nullSrc ? nullptr : src.constSlices(), c.srcVolume, src.rowStep(), c.srcVOI,
-                      c.nullDst ? nullptr : dst.slices(), dst.rowStep(), c.dstVOI, c.f[0], c.f[1],
-                      c.f[2], c.s[0], c.s[1], c.s[2], c.interpolation, b);
-        EXPECT_EQ(row.status, status);
-        if (row.status != vtqStsOk) {
-          EXPECT_TRUE(dst.Untouched() && buffer.Untouched());
-        }
-      }
+      ExpectChecksInOrder(
+          kCheckRows,
+          [&](const Call& c) {
+            Volume<T> dst({10, 9, 8});
+            ExactBuffer buffer(bytes);
+            Vtq8u* b = c.nullBuffer ? nullptr : buffer.data();
+            const VtqStatus status =
+                layout == Layout::kBlock
+                    ? VTQR_TYPED(T, Resize, C1V)[path()](
+                          c.nullSrc ? nullptr : src.base(), c.srcVolume, src.rowStep(),
+                          src.planeStep(), c.srcVOI, c.nullDst ? nullptr : dst.base(),
+                          dst.rowStep(), dst.planeStep(), c.dstVOI, c.f[0], c.f[1], c.f[2], c.s[0],
+                          c.s[1], c.s[2], c.interpolation, b)
+                    : VTQR_TYPED(T, Resize, C1PV)[path()](
+                          c.nullSrc ? nullptr : src.constSlices(), c.srcVolume, src.rowStep(),
+                          c.srcVOI, c.nullDst ? nullptr : dst.slices(), dst.rowStep(), c.dstVOI,
+                          c.f[0], c.f[1], c.f[2], c.s[0], c.s[1], c.s[2], c.interpolation, b);
+            return std::pair{status, dst.Untouched() && buffer.Untouched()};
+          },
+          ::testing::PrintToString(std::pair{int(layout), sizeof(T)}));
     }
   });
 }
 
+// The documented sizes, worked out by hand, for one and two threads; then the checks in order.
 TEST_P(Resize, BufferSizeQuery) {
   const VtqCuboid one = {0, 0, 0, 1, 1, 1}, bad = {0, -1, 0, 1, 1, 1}, flat = {0, 0, 0, 1, 0, 1};
   const VtqCuboid huge = {0, 0, 0, 8192, 8192, 1};
   int size;
-  // Sizes for one thread, worked out by hand from the formula; in check order after the first
-  // four.
   const struct {
     const VtqCuboid *src, *dst;
     int channels, interpolation;
@@ -264,7 +318,6 @@ TEST_P(Resize, BufferSizeQuery) {
     VtqStatus status;
     int size;
   } rows[] = {
-      // clang-format off
       {&one, &one, 1, vtqInterNearest, &size, vtqStsOk, 256},
       {&one, &one, 1, vtqInterLinear, &size, vtqStsOk, 2560},
       {&one, &one, 1, vtqInterCubicBSpline, &size, vtqStsOk, 7936},
@@ -277,7 +330,6 @@ TEST_P(Resize, BufferSizeQuery) {
       {&one, &flat, 2, 3, &size, vtqStsErrSize, 0},
       {&one, &one, 2, 3, &size, vtqStsErrChannels, 0},
       {&one, &one, 1, 3, &size, vtqStsErrInterpolation, 0},
-      // clang-format on
   };
   for (int threads : {1, 2}) {
     ThreadCount count(threads);
@@ -319,22 +371,21 @@ TEST_P(Resize, CuboidQuery) {
     VtqCuboid expected;  // the untouched sentinel unless vtqStsOk
   } rows[] = {
       // clang-format off
-      {"factor 1 gives the cuboid back", {2, 3, 4, 5, 6, 7}, {1, 1, 1}, {}, 1, vtqStsOk,
-       {2, 3, 4, 5, 6, 7}},
       // 1 * 1.5 = 1.5 starts at 1, 3 * 1.5 = 4.5 ends at 5.
-      {"halves round outwards", {1, 1, 1, 2, 2, 2}, {1.5, 1.5, 1.5}, {}, 2, vtqStsOk,
-       {1, 1, 1, 4, 4, 4}},
+      {"halves round outwards", {1, 1, 1, 2, 2, 2}, {1.5, 1.5, 1.5}, {}, 2,
+     vtqStsOk, {1, 1, 1, 4, 4, 4}},
       {"shifts and mixed factors", {4, 0, 2, 6, 3, 5}, {0.5, 2.5, 1.25}, {0.3, -0.4, 2.2}, 6,
-       vtqStsOk, {2, 0, 5, 3, 7, 6}},
+     vtqStsOk, {2, 0, 5, 3, 7, 6}},
       {"clamped at 0", k444, {1, 1, 1}, {-2, 0, 0}, 4, vtqStsOk, {0, 0, 0, 2, 4, 4}},
-      {"clamped at INT32_MAX", {0, 0, 0, 3, 1, 1}, {1e10, 1, 1}, {}, 5, vtqStsOk,
-       {0, 0, 0, INT32_MAX, 1, 1}},
+      {"clamped at INT32_MAX", {0, 0, 0, 3, 1, 1}, {1e10, 1, 1}, {}, 5,
+     vtqStsOk, {0, 0, 0, INT32_MAX, 1, 1}},
       {"mapped before 0", k444, {1, 1, 1}, {0, -10, 0}, 7, vtqStsWarnNoOperation, kSentinel},
-      {"rounds to nothing", {3, 0, 0, 1, 1, 1}, {0.2, 1, 1}, {}, 1, vtqStsWarnNoOperation, kSentinel},
+      {"rounds to nothing", {3, 0, 0, 1, 1, 1}, {0.2, 1, 1}, {}, 1,
+     vtqStsWarnNoOperation, kSentinel},
       {"NaN shift", k444, {1, 1, 1}, {0, 0, kNaN}, 1, vtqStsWarnNoOperation, kSentinel},
       {"size before factor", {0, 0, -1, 4, 4, 4}, {0, 1, 1}, {}, 3, vtqStsErrSize, kSentinel},
-      {"NaN factor before interpolation", k444, {1, kNaN, 1}, {}, 3, vtqStsErrResizeFactor,
-       kSentinel},
+      {"NaN factor before interpolation", k444, {1, kNaN, 1}, {}, 3,
+     vtqStsErrResizeFactor, kSentinel},
       {"interpolation 3", k444, {1, 1, 1}, {}, 3, vtqStsErrInterpolation, kSentinel},
       // clang-format on
   };

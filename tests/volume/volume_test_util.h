@@ -1,11 +1,6 @@
-// Shared by the resize, remap and warp tests: volumes in either layout, work buffers of exactly
-// the reported size, calls through either column of the dispatch table, and per-voxel
-// references in double.
-//
-// The references evaluate each destination voxel on its own: all taps summed at once in double,
-// tap weights from other formulas than the library's kernels of the distance (the Lagrange
-// basis polynomials through -1, 0, 1, 2, the Mitchell-Netravali family as polynomials in the
-// fraction t), tap indices and border substitutions from the documented rules.
+// Shared by the volume tests: volumes in either layout, work buffers of exactly the reported
+// size, entry points by element type, the runners of check tables and of path and thread
+// comparisons, and the pieces the per-voxel double references are built from.
 #ifndef VTQR_TESTS_VOLUME_VOLUME_TEST_UTIL_H_
 #define VTQR_TESTS_VOLUME_VOLUME_TEST_UTIL_H_
 
@@ -15,6 +10,7 @@
 #include <cstring>
 #include <limits>
 #include <random>
+#include <string>
 #include <type_traits>
 #include <vector>
 
@@ -48,7 +44,19 @@ double Highest() {
   return std::is_same_v<T, Vtq32f> ? 0.0 : double((1 << (8 * sizeof(T))) - 1);
 }
 
-enum class Layout { kBlock, kSlices };
+// The entry of element type T among the 8u, 16u and 32f columns of one family.
+template <class T, class E8, class E16, class E32>
+const auto& ByType(const E8& e8, const E16& e16, const E32& e32) {
+  if constexpr (std::is_same_v<T, Vtq8u>)
+    return e8;
+  else if constexpr (std::is_same_v<T, Vtq16u>)
+    return e16;
+  else
+    return e32;
+}
+#define VTQR_TYPED(T, family, layout)                                                  \
+  ByType<T>(kDispatchTable.family##_8u_##layout, kDispatchTable.family##_16u_##layout, \
+            kDispatchTable.family##_32f_##layout)
 
 // A volume with padded rows and planes in one block of kUntouched bytes, viewable as V or PV.
 // A flipped volume stores its rows and planes last-first and is addressed through negative steps.
@@ -91,7 +99,7 @@ class Volume {
     return all;
   }
   // Every byte of the storage, padding included.
-  std::vector<uint8_t>& bytes() { return bytes_; }
+  const std::vector<uint8_t>& bytes() const { return bytes_; }
   bool Untouched() const { return AllUntouched(bytes_.data(), bytes_.size()); }
 
  private:
@@ -99,14 +107,6 @@ class Volume {
   int row_, plane_;
   std::vector<uint8_t> bytes_;
   std::vector<T*> slices_;
-};
-
-// A row of a check-order table: a name, a mutation of valid arguments, the expected status.
-template <class Call>
-struct CheckRow {
-  const char* name;
-  void (*breakArgs)(Call&);
-  VtqStatus status;
 };
 
 // Random voxels: the full range of the integer types, [-1, 1) for floats.
@@ -145,59 +145,39 @@ class ExactBuffer {
   Vtq8u* data_;
 };
 
-// Entry points of element type T in column `path`.
-template <class T>
-auto BlockResize(CodePath path) {
-  if constexpr (std::is_same_v<T, Vtq8u>) return kDispatchTable.Resize_8u_C1V[path];
-  if constexpr (std::is_same_v<T, Vtq16u>) return kDispatchTable.Resize_16u_C1V[path];
-  if constexpr (std::is_same_v<T, Vtq32f>) return kDispatchTable.Resize_32f_C1V[path];
-}
-template <class T>
-auto SliceResize(CodePath path) {
-  if constexpr (std::is_same_v<T, Vtq8u>) return kDispatchTable.Resize_8u_C1PV[path];
-  if constexpr (std::is_same_v<T, Vtq16u>) return kDispatchTable.Resize_16u_C1PV[path];
-  if constexpr (std::is_same_v<T, Vtq32f>) return kDispatchTable.Resize_32f_C1PV[path];
-}
-template <class T>
-auto RemapFn(CodePath path) {
-  if constexpr (std::is_same_v<T, Vtq8u>) return kDispatchTable.Remap_8u_C1PV[path];
-  if constexpr (std::is_same_v<T, Vtq16u>) return kDispatchTable.Remap_16u_C1PV[path];
-  if constexpr (std::is_same_v<T, Vtq32f>) return kDispatchTable.Remap_32f_C1PV[path];
-}
-template <class T>
-auto WarpFn(CodePath path) {
-  if constexpr (std::is_same_v<T, Vtq8u>) return kDispatchTable.WarpAffine_8u_C1PV[path];
-  if constexpr (std::is_same_v<T, Vtq16u>) return kDispatchTable.WarpAffine_16u_C1PV[path];
-  if constexpr (std::is_same_v<T, Vtq32f>) return kDispatchTable.WarpAffine_32f_C1PV[path];
-}
-
-struct ResizeParams {
-  double factor[3];
-  double shift[3];
-  int interpolation = 0;
+// A row of a check-order table: a name, a mutation of valid arguments, the expected status.
+// Rows that break two things expect the earlier check to win.
+template <class Args>
+struct CheckRow {
+  const char* name;
+  void (*breakArgs)(Args&);
+  VtqStatus status;
 };
 
-inline int ResizeBufferSize(VtqCuboid srcVOI, VtqCuboid dstVOI, int interpolation) {
-  int size = 0;
-  EXPECT_EQ(vtqStsOk,
-            kDispatchTable.ResizeGetBufSize[kPathU8](&srcVOI, &dstVOI, 1, interpolation, &size));
-  return size;
+// Runs every row through call(args), which returns the status and whether every output byte
+// (destination and work buffer) is still untouched; nothing may be written unless vtqStsOk.
+template <class Args, size_t N, class Call>
+void ExpectChecksInOrder(const CheckRow<Args> (&rows)[N], Call call, const std::string& what) {
+  for (const CheckRow<Args>& row : rows) {
+    Args args;
+    row.breakArgs(args);
+    const auto [status, untouched] = call(args);
+    EXPECT_EQ(row.status, status) << row.name << ", " << what;
+    EXPECT_TRUE(row.status == vtqStsOk || untouched) << "wrote: " << row.name << ", " << what;
+  }
 }
 
-// A resize with a buffer of exactly the reported size for the current thread count.
-template <class T>
-VtqStatus CallResize(CodePath path, Layout layout, const Volume<T>& src, VtqCuboid srcVOI,
-                     Volume<T>& dst, VtqCuboid dstVOI, const ResizeParams& p, size_t misalign = 1) {
-  ExactBuffer buffer(ResizeBufferSize(srcVOI, dstVOI, p.interpolation), misalign);
-  const double *f = p.factor, *s = p.shift;
-  if (layout == Layout::kBlock) {
-    return BlockResize<T>(path)(src.base(), src.size(), src.rowStep(), src.planeStep(), srcVOI,
-                                dst.base(), dst.rowStep(), dst.planeStep(), dstVOI, f[0], f[1],
-                                f[2], s[0], s[1], s[2], p.interpolation, buffer.data());
+// run(path) on `path` with one and two threads gives what it gives on u8 with one thread.
+template <class Run>
+void ExpectSameOnPathsAndThreads(CodePath path, Run run, const std::string& what) {
+  const auto expected = [&] {
+    ThreadCount one(1);
+    return run(kPathU8);
+  }();
+  for (int threads : {1, 2}) {
+    ThreadCount count(threads);
+    EXPECT_TRUE(expected == run(path)) << what << ", " << threads << " threads";
   }
-  return SliceResize<T>(path)(src.constSlices(), src.size(), src.rowStep(), srcVOI, dst.slices(),
-                              dst.rowStep(), dstVOI, f[0], f[1], f[2], s[0], s[1], s[2],
-                              p.interpolation, buffer.data());
 }
 
 // The three maps of a destination volume.
@@ -217,20 +197,15 @@ struct Maps {
 template <class T>
 VtqStatus CallRemap(CodePath path, const Volume<T>& src, VtqCuboid srcVOI, const Maps& maps,
                     Volume<T>& dst, int code) {
-  return RemapFn<T>(path)(src.constSlices(), src.size(), src.rowStep(), srcVOI,
-                          maps.axis[0].constSlices(), maps.axis[1].constSlices(),
-                          maps.axis[2].constSlices(), maps.axis[0].rowStep(), dst.slices(),
-                          dst.rowStep(), dst.size(), code);
+  return VTQR_TYPED(T, Remap, C1PV)[path](src.constSlices(), src.size(), src.rowStep(), srcVOI,
+                                          maps.axis[0].constSlices(), maps.axis[1].constSlices(),
+                                          maps.axis[2].constSlices(), maps.axis[0].rowStep(),
+                                          dst.slices(), dst.rowStep(), dst.size(), code);
 }
 
-template <class T>
-VtqStatus CallWarp(CodePath path, const Volume<T>& src, VtqCuboid srcVOI, Volume<T>& dst,
-                   VtqCuboid dstVOI, const double (&coeffs)[3][4], int code) {
-  return WarpFn<T>(path)(src.constSlices(), src.size(), src.rowStep(), srcVOI, dst.slices(),
-                         dst.rowStep(), dstVOI, coeffs, code, nullptr);
-}
-
-// Weights of the taps i-1 .. i+2 for the position i + t.
+// Weights of the taps i-1 .. i+2 for the position i + t: the Lagrange basis polynomials through
+// -1, 0, 1, 2, or the Mitchell-Netravali family as polynomials in t, not the library's kernels
+// of the distance.
 inline void ReferenceCubicWeights(int code, double t, double w[4]) {
   if (code == vtqInterCubicLagrange) {
     w[0] = -t * (t - 1) * (t - 2) / 6;
@@ -256,6 +231,7 @@ struct AxisTaps {
   bool border = false;
 };
 
+// All taps of a voxel summed at once in double.
 template <class T>
 double SumOfTaps(const Volume<T>& src, const AxisTaps (&ax)[3]) {
   double sum = 0;
@@ -265,170 +241,6 @@ double SumOfTaps(const Volume<T>& src, const AxisTaps (&ax)[3]) {
         sum += ax[0].weight[kx] * ax[1].weight[ky] * ax[2].weight[kz] *
                double(src.at(ax[0].index[kx], ax[1].index[ky], ax[2].index[kz]));
   return sum;
-}
-
-// Resize: taps along one axis for destination index d, clamped to the VOI [lo, hi].
-inline AxisTaps ResizeTaps(int code, int64_t d, double f, double shift, int lo, int hi) {
-  const double s = static_cast<double>(d) * (1.0 / f) + (-shift / f);
-  const double i = std::floor(s), t = s - i;
-  auto clamp = [&](double v) { return static_cast<int>(std::clamp(v, double(lo), double(hi))); };
-  if (code == vtqInterNearest) return {1, {clamp(std::ceil(s - 0.5))}, {1.0}};
-  if (code == vtqInterLinear) return {2, {clamp(i), clamp(i + 1)}, {1 - t, t}};
-  AxisTaps taps = {4, {clamp(i - 1), clamp(i), clamp(i + 1), clamp(i + 2)}, {}};
-  ReferenceCubicWeights(code, t, taps.weight);
-  return taps;
-}
-
-// Destination region [start, end) along one axis.
-struct Span {
-  int64_t start, end;
-};
-
-// The value of every voxel of the destination region, x fastest, in double before any
-// rounding to T; the region goes to `region`.
-template <class T>
-std::vector<double> ReferenceResize(const Volume<T>& src, VtqCuboid srcVOI, VtqCuboid dstVOI,
-                                    const ResizeParams& p, Span region[3]) {
-  const VtqVolumeSize v = src.size();
-  const int o[3] = {srcVOI.x, srcVOI.y, srcVOI.z};
-  const int e[3] = {std::min(srcVOI.width, v.width - o[0]),
-                    std::min(srcVOI.height, v.height - o[1]),
-                    std::min(srcVOI.depth, v.depth - o[2])};
-  const int dO[3] = {dstVOI.x, dstVOI.y, dstVOI.z};
-  const int dE[3] = {dstVOI.width, dstVOI.height, dstVOI.depth};
-  std::vector<AxisTaps> taps[3];
-  for (int a = 0; a < 3; ++a) {
-    const double first = std::max(o[a] * p.factor[a] + p.shift[a], double(dO[a]));
-    const double last = std::min((o[a] + e[a]) * p.factor[a] + p.shift[a], double(dO[a]) + dE[a]);
-    region[a] = {int64_t(std::trunc(first + 0.4999999999)),
-                 int64_t(std::trunc(last + 0.5000000001))};
-    for (int64_t d = region[a].start; d < region[a].end; ++d) {
-      taps[a].push_back(
-          ResizeTaps(p.interpolation, d, p.factor[a], p.shift[a], o[a], o[a] + e[a] - 1));
-    }
-  }
-  std::vector<double> out;
-  for (const AxisTaps& tz : taps[2])
-    for (const AxisTaps& ty : taps[1])
-      for (const AxisTaps& tx : taps[0]) out.push_back(SumOfTaps(src, {tx, ty, tz}));
-  return out;
-}
-
-// Remap: the source as the reference sees it, trimmed bounds and the mode that applies.
-struct RefSource {
-  int axes;  // 2 for a single-slice source
-  int lo[3], hi[3];
-  int code;
-};
-
-inline RefSource MakeRefSource(VtqVolumeSize v, VtqCuboid voi, int code) {
-  const int axes = v.depth == 1 ? 2 : 3;
-  if (axes == 2) voi.z = 0, voi.depth = 1;
-  RefSource r = {axes,
-                 {voi.x, voi.y, voi.z},
-                 {voi.x + std::min(voi.width, v.width - voi.x) - 1,
-                  voi.y + std::min(voi.height, v.height - voi.y) - 1,
-                  voi.z + std::min(voi.depth, v.depth - voi.z) - 1},
-                 code};
-  const int smallest = std::min({v.width, v.height, axes == 3 ? v.depth : v.width});
-  if (r.code >= 4 && smallest < 4) r.code = 2;
-  if (smallest < 2) r.code = 1;
-  return r;
-}
-
-// Weight of a cubic tap at distance d, interpolated between the kernel's samples every 1/100;
-// the kernel itself comes from the tap weights of a fraction.
-inline double RefTableWeight(int code, double d) {
-  auto kernel = [code](double d) {
-    double w[4];
-    ReferenceCubicWeights(code, d < 1 ? d : d - 1, w);
-    return d < 1 ? w[1] : w[0];
-  };
-  const double u = 100 * std::min(d, 2.0);
-  const double i = std::min(std::floor(u), 199.0);
-  const double lo = kernel(i / 100), hi = kernel((i + 1) / 100);
-  return lo + (hi - lo) * (u - i);
-}
-
-inline AxisTaps RemapTaps(int code, double m, int hi) {
-  const int i = static_cast<int>(m);
-  if (code == 1) return {1, {static_cast<int>(std::nearbyint(m))}, {1}};
-  if (code == 2) {
-    const int j = std::max(i == hi ? i - 1 : i, 0);
-    return {2, {j, j + 1}, {1 - (m - j), m - j}};
-  }
-  const double t = m - i;
-  AxisTaps a = {4, {i - 1, i, i + 1, i + 2}, {}};
-  if (i < 1) {
-    a = {4, {0, 0, 1, 2}, {}, true};
-  } else if (i == hi - 1) {
-    a.index[3] = i + 1, a.border = true;
-  } else if (i >= hi) {
-    a.index[2] = a.index[3] = i, a.border = true;
-  }
-  for (int k = 0; k < 4; ++k) a.weight[k] = RefTableWeight(code, std::abs(k - 1 - t));
-  return a;
-}
-
-// The stored value of one voxel sampled at m (x, y, z; z ignored for a planar source), as a
-// double, or false when the position is outside the bounds.
-template <class T>
-bool RefSample(const Volume<T>& src, const RefSource& s, const double (&m)[3], double* out) {
-  for (int a = 0; a < s.axes; ++a) {
-    if (!(m[a] >= s.lo[a] && m[a] <= s.hi[a])) return false;
-  }
-  AxisTaps ax[3];
-  for (int a = 0; a < 3; ++a)
-    ax[a] = a < s.axes ? RemapTaps(s.code, m[a], s.hi[a]) : AxisTaps{1, {0}, {1}};
-  const double sum = SumOfTaps(src, ax);
-  if constexpr (std::is_same_v<T, Vtq32f>) {
-    *out = sum;
-  } else if (std::is_same_v<T, Vtq8u> && s.code >= 4 &&
-             (ax[0].border || ax[1].border || ax[2].border)) {
-    *out = std::clamp(std::trunc(sum + 0.5000001), 0.0, 255.0);
-  } else {
-    *out = std::nearbyint(std::clamp(sum, 0.0, Highest<T>()));
-  }
-  return true;
-}
-
-// Bound of a 32f result against the reference, relative to the largest source magnitude
-// (1 here): the float weights and sums of 64 taps stay well below it.
-inline constexpr double kFloatBound = 0x1p-17;
-
-// Compares a destination with the remap reference at every voxel of `region`: voxels sampled
-// inside within the bound (exact for nearest and on whole voxels; integers within 1, as a sum near
-// a half may round either way in float), voxels outside untouched. `position(x, y, z, m)` gives the
-// source position of a destination voxel, or false for a voxel not to compare.
-template <class T, class Position>
-::testing::AssertionResult MatchesReference(const Volume<T>& src, const RefSource& s,
-                                            const Volume<T>& dst, VtqCuboid region,
-                                            Position position, double floatBound = kFloatBound) {
-  for (int z = region.z; z < region.z + region.depth; ++z)
-    for (int y = region.y; y < region.y + region.height; ++y)
-      for (int x = region.x; x < region.x + region.width; ++x) {
-        double m[3], want = 0;
-        if (!position(x, y, z, m)) continue;
-        const T got = dst.at(x, y, z);
-        const bool inside = RefSample(src, s, m, &want);
-        bool ok;
-        if (!inside) {
-          ok = AllUntouched(reinterpret_cast<const uint8_t*>(&got), sizeof(T));
-        } else if (s.code == 1 || (s.code != 5 && s.code != 7 && m[0] == std::trunc(m[0]) &&
-                                   m[1] == std::trunc(m[1]) && m[2] == std::trunc(m[2]))) {
-          // Nearest, and the interpolating modes on a whole voxel, copy a voxel.
-          ok = double(got) == want || (std::isnan(want) && std::isnan(double(got)));
-        } else {
-          ok = std::abs(double(got) - want) <= (std::is_same_v<T, Vtq32f> ? floatBound : 1.0);
-        }
-        if (!ok) {
-          return ::testing::AssertionFailure()
-                 << "voxel " << x << "," << y << "," << z << " at " << m[0] << "," << m[1] << ","
-                 << m[2] << (inside ? " inside" : " outside") << ": got " << double(got)
-                 << ", want " << want;
-        }
-      }
-  return ::testing::AssertionSuccess();
 }
 
 }  // namespace vtqr::test

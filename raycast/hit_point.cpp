@@ -15,10 +15,7 @@ using namespace simd;
 // origin + direction * eps * dist per component, the two products in that order, for live
 // rays; (0, 0, 0) for dead ones.
 inline Vec3 PointAlong(__m128 dead, Vec3 origin, Vec3 direction, __m128 eps, __m128 dist) {
-  auto along = [&](__m128 o, __m128 d) {
-    return LiveOrZero(dead, _mm_add_ps(_mm_mul_ps(_mm_mul_ps(d, eps), dist), o));
-  };
-  return {along(origin.x, direction.x), along(origin.y, direction.y), along(origin.z, direction.z)};
+  return LiveOrZero(dead, Add(Scale(Scale(direction, eps), dist), origin));
 }
 
 }  // namespace

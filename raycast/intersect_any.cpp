@@ -18,8 +18,7 @@ VtqStatus IntersectAnySO_32f(const Vtq32f originEye[3], const Vtq32f* const pDir
   // Only the records and the root: shadow rays are walked over [0, end] as they are.
   const VtqrIntersectContext object{nullptr, pContext->pAccel, pContext->pRootNode};
   const float origin[3] = {originEye[0], originEye[1], originEye[2]};
-  const bool tiles = TilesApply(blockSize, Touches(dir, pDist, pMask));
-  ForEachRayGroup(blockSize, tiles, [&](auto lanes, auto at) {
+  ForEachRayGroup(blockSize, Touches(dir, pDist, pMask), [&](auto lanes, auto at) {
     using L = decltype(lanes);
     const typename L::I mask = L::Load(pMask, at);
     const int live = LiveLanes<L>(mask);
@@ -27,7 +26,7 @@ VtqStatus IntersectAnySO_32f(const Vtq32f originEye[3], const Vtq32f* const pDir
     WalkRay<L> ray;
     LoadRays(ray, origin, dir, at);
     KeepAny<L> keep{L::Load(pDist, at)};
-    CastRays(object, false, ray, live, keep);
+    CastRays(object, ray, live, keep);
     if (keep.occluded != 0) {
       L::Store(pMask, at, Select(L::Mask(keep.occluded), typename L::I(-1), mask));
     }

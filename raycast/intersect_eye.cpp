@@ -15,13 +15,13 @@ VtqStatus IntersectEyeSO_32f(const Vtq32f originEye[3], const Vtq32f* const pDir
   const NearestPlanes out{pDist, pHit[0], pHit[1], pTrianIndex};
   const VtqrIntersectContext object = *pContext;
   const float eye[3] = {originEye[0], originEye[1], originEye[2]};
-  const bool tiles = TilesApply(blockSize, Touches(dir, out.dist, out.u, out.v, out.index));
-  ForEachRayGroup(blockSize, tiles, [&](auto lanes, auto at) {
+  const auto arrays = Touches(dir, out.dist, out.u, out.v, out.index);
+  ForEachRayGroup(blockSize, arrays, [&](auto lanes, auto at) {
     using L = decltype(lanes);
     WalkRay<L> ray;
     LoadRays(ray, eye, dir, at);
     KeepNearest<L> keep = LoadNearest<L>(out, at);
-    CastRays(object, true, ray, L::kAll, keep);
+    CastRays(object, ray, L::kLaneBits, keep);
     StoreNearest(out, at, keep);
   });
   return vtqStsOk;

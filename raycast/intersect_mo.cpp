@@ -50,9 +50,8 @@ VtqStatus IntersectMO_32f(const Vtq32f* const pOrigin[3], const Vtq32f* const pD
   const Planes<const Vtq32f> org(pOrigin);
   const Planes<const Vtq32f> dir(pDirection);
   const NearestPlanes out{pDist, pHit[0], pHit[1], pTrianIndex};
-  const bool tiles = TilesApply(blockSize,
-                                Touches(org, dir, out.dist, out.u, out.v, out.index, pObjectIndex));
-  ForEachRayGroup(blockSize, tiles, [&](auto lanes, auto at) {
+  const auto arrays = Touches(org, dir, out.dist, out.u, out.v, out.index, pObjectIndex);
+  ForEachRayGroup(blockSize, arrays, [&](auto lanes, auto at) {
     using L = decltype(lanes);
     using I = typename L::I;
     const I mask = L::Load(out.index, at);
@@ -69,7 +68,7 @@ VtqStatus IntersectMO_32f(const Vtq32f* const pOrigin[3], const Vtq32f* const pD
       WalkRay<L> ray;
       ToObject(pTransform == nullptr ? nullptr : pTransform[k], world, ray);
       keep.taken = 0;
-      CastRays(*pContext[k], true, ray, live, keep);
+      CastRays(*pContext[k], ray, live, keep);
       if (keep.taken != 0) object = Select(L::Mask(keep.taken), I(k), object);
     }
     StoreNearest(out, at, keep);

@@ -19,8 +19,8 @@ VtqStatus IntersectMultipleSO_32f(const Vtq32f* const pOrigin[3], const Vtq32f* 
   const Planes<const Vtq32f> dir(pDirection);
   const NearestPlanes out{pDist, pHit[0], pHit[1], pTrianIndex};
   const VtqrIntersectContext object = *pContext;
-  const bool tiles = TilesApply(blockSize, Touches(org, dir, out.dist, out.u, out.v, out.index));
-  ForEachRayGroup(blockSize, tiles, [&](auto lanes, auto at) {
+  const auto arrays = Touches(org, dir, out.dist, out.u, out.v, out.index);
+  ForEachRayGroup(blockSize, arrays, [&](auto lanes, auto at) {
     using L = decltype(lanes);
     // A negative triangle number masks the ray out; it keeps all its values.
     const typename L::I mask = L::Load(out.index, at);
@@ -30,7 +30,7 @@ VtqStatus IntersectMultipleSO_32f(const Vtq32f* const pOrigin[3], const Vtq32f* 
     LoadRays(ray, org, dir, at);
     KeepNearest<L> keep = LoadNearest<L>(out, at);
     keep.index = Select(L::Mask(live), keep.index, mask);
-    CastRays(object, true, ray, live, keep);
+    CastRays(object, ray, live, keep);
     StoreNearest(out, at, keep);
   });
   return vtqStsOk;

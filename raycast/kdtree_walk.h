@@ -272,12 +272,12 @@ template <class L, class Keep>
 }
 
 // Casts lanes `live` of `ray` against one object: prepares them (clipped to the object's box
-// when clipToBox) and walks each group of lanes whose sign flags agree.
+// unless it has none) and walks each group of lanes whose sign flags agree.
 template <class L, class Keep>
-[[gnu::always_inline]] inline void CastRays(const VtqrIntersectContext& object, bool clipToBox,
-                                            WalkRay<L>& ray, int live, Keep& keep) {
+[[gnu::always_inline]] inline void CastRays(const VtqrIntersectContext& object, WalkRay<L>& ray,
+                                            int live, Keep& keep) {
   int signs[3];
-  live = PrepareRays(ray, clipToBox ? object.pBound : nullptr, keep.Limit(), live, signs);
+  live = PrepareRays(ray, object.pBound, keep.Limit(), live, signs);
   while (live != 0) {
     // The group of the lowest live lane: every live lane with its three sign flags.
     const int first = live & -live;

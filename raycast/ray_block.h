@@ -21,16 +21,12 @@
 VTQR_PATH_BEGIN
 namespace rays {
 
-// Tiles need block sides that are multiples of 4 and every per-ray array 16-byte aligned.
-template <class... Arrays>
-bool TilesApply(VtqSize size, const simd::Touched<Arrays...>& arrays) {
-  return size.width % 4 == 0 && size.height % 4 == 0 && arrays.Aligned16At(0);
-}
-
-// Calls cast(TileLanes{}, TileAt) for every 2x2 tile, or cast(OneLane{}, index) for every ray.
-template <class Cast>
-void ForEachRayGroup(VtqSize size, bool tiles, Cast&& cast) {
-  if (tiles) {
+// Calls cast(TileLanes{}, TileAt) for every 2x2 tile when the block's sides are multiples of 4
+// and every per-ray array in `arrays` is 16-byte aligned, otherwise cast(OneLane{}, index) for
+// every ray.
+template <class... Arrays, class Cast>
+void ForEachRayGroup(VtqSize size, const simd::Touched<Arrays...>& arrays, Cast&& cast) {
+  if (size.width % 4 == 0 && size.height % 4 == 0 && arrays.Aligned16At(0)) {
     for (int y = 0; y < size.height; y += 2) {
       const ptrdiff_t upper = static_cast<ptrdiff_t>(y) * size.width;
       const ptrdiff_t lower = upper + size.width;
@@ -70,7 +66,7 @@ template <class L>
 // Lanes whose mask value is zero or positive.
 template <class L>
 [[gnu::always_inline]] inline int LiveLanes(typename L::I mask) {
-  return L::kAll & ~NegativeBits(mask);
+  return L::kLaneBits & ~NegativeBits(mask);
 }
 
 // The outputs of a nearest-hit function.

@@ -77,10 +77,7 @@ VtqStatus CastReflectionRay_32f(const Vtq32f* const pIncident[3], const Vtq32s* 
     Vec3 n = Load3<Lanes>(normal, i);
     __m128 d = Dot(in, n);
     __m128 twoD = _mm_add_ps(d, d);
-    Store3<Lanes>(dst, i,
-                  {LiveOrZero(dead, _mm_sub_ps(in.x, _mm_mul_ps(n.x, twoD))),
-                   LiveOrZero(dead, _mm_sub_ps(in.y, _mm_mul_ps(n.y, twoD))),
-                   LiveOrZero(dead, _mm_sub_ps(in.z, _mm_mul_ps(n.z, twoD)))});
+    Store3<Lanes>(dst, i, LiveOrZero(dead, Sub(in, Scale(n, twoD))));
   });
   return vtqStsOk;
 }

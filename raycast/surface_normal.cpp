@@ -83,10 +83,8 @@ VtqStatus SurfSmoothNormal_32f(const Vtq32f* pVertNorm, const Vtq32s* pNormIndex
     const __m128 length = _mm_sqrt_ps(squared);
     const __m128 zero = _mm_or_ps(DeadLanes(Lanes::LoadMask(triangle)),
                                   _mm_cmplt_ps(squared, minSquared));
-    Store3<Lanes>(dst, i,
-                  {LiveOrZero(zero, _mm_div_ps(n.x, length)),
-                   LiveOrZero(zero, _mm_div_ps(n.y, length)),
-                   LiveOrZero(zero, _mm_div_ps(n.z, length))});
+    const Vec3 unit = {_mm_div_ps(n.x, length), _mm_div_ps(n.y, length), _mm_div_ps(n.z, length)};
+    Store3<Lanes>(dst, i, LiveOrZero(zero, unit));
   });
   return vtqStsOk;
 }

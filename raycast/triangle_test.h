@@ -114,16 +114,16 @@ template <class L>
 [[gnu::always_inline]] inline Coefficients<F4> ReadFourRecords(
     const VtqrTriangleAccel* const tri[4], I4* axes) {
   auto words = [&](int k, int first) {
-    return F4(_mm_loadu_ps(reinterpret_cast<const float*>(tri[k]) + first));
+    return _mm_loadu_ps(reinterpret_cast<const float*>(tri[k]) + first);
   };
-  F4 w0 = words(0, 0), w1 = words(1, 0), w2 = words(2, 0), w3 = words(3, 0);  // axes, c1..c3
-  F4 x0 = words(0, 4), x1 = words(1, 4), x2 = words(2, 4), x3 = words(3, 4);  // c4..c7
-  F4 y0 = words(0, 6), y1 = words(1, 6), y2 = words(2, 6), y3 = words(3, 6);  // c6..c9
-  Transpose(w0, w1, w2, w3);
-  Transpose(x0, x1, x2, x3);
-  Transpose(y0, y1, y2, y3);
-  *axes = I4(_mm_castps_si128(w0.v));
-  return {w1, w2, w3, x0, x1, x2, x3, y2, y3};
+  __m128 w0 = words(0, 0), w1 = words(1, 0), w2 = words(2, 0), w3 = words(3, 0);  // axes, c1..c3
+  __m128 x0 = words(0, 4), x1 = words(1, 4), x2 = words(2, 4), x3 = words(3, 4);  // c4..c7
+  __m128 y0 = words(0, 6), y1 = words(1, 6), y2 = words(2, 6), y3 = words(3, 6);  // c6..c9
+  _MM_TRANSPOSE4_PS(w0, w1, w2, w3);
+  _MM_TRANSPOSE4_PS(x0, x1, x2, x3);
+  _MM_TRANSPOSE4_PS(y0, y1, y2, y3);
+  *axes = I4(_mm_castps_si128(w0));
+  return {F4(w1), F4(w2), F4(w3), F4(x0), F4(x1), F4(x2), F4(x3), F4(y2), F4(y3)};
 }
 
 [[gnu::always_inline]] inline int TestFourTriangles(const VtqrTriangleAccel* const tri[4],

@@ -28,7 +28,7 @@ struct TileAt {
 // One ray, element `at` of each per-ray array.
 struct OneLane {
   static constexpr int kWidth = 1;
-  static constexpr int kAll = 1;
+  static constexpr int kLaneBits = 1;
   using F = float;
   using I = int32_t;
   using At = ptrdiff_t;
@@ -43,7 +43,7 @@ struct OneLane {
 // with one 8-byte load or store, so any 4-byte alignment works.
 struct TileLanes {
   static constexpr int kWidth = 4;
-  static constexpr int kAll = 0xF;
+  static constexpr int kLaneBits = 0xF;
   using F = F4;
   using I = I4;
   using At = TileAt;

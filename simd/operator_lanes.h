@@ -60,7 +60,6 @@ VTQR_LANES_INLINE M4 operator>=(F4 a, F4 b) { return {_mm_cmpge_ps(a.v, b.v)}; }
 VTQR_LANES_INLINE M4 operator<(F4 a, F4 b) { return {_mm_cmplt_ps(a.v, b.v)}; }
 VTQR_LANES_INLINE M4 operator<=(F4 a, F4 b) { return {_mm_cmple_ps(a.v, b.v)}; }
 VTQR_LANES_INLINE M4 operator&(M4 a, M4 b) { return {_mm_and_ps(a.v, b.v)}; }
-VTQR_LANES_INLINE M4 operator|(M4 a, M4 b) { return {_mm_or_ps(a.v, b.v)}; }
 // a and not b.
 VTQR_LANES_INLINE M4 AndNot(M4 a, M4 b) { return {_mm_andnot_ps(b.v, a.v)}; }
 
@@ -89,16 +88,6 @@ VTQR_LANES_INLINE F4 Permute(F4 v, I4 index) {
   const __m128i control =
       _mm_add_epi8(firstByte, _mm_setr_epi8(0, 1, 2, 3, 0, 1, 2, 3, 0, 1, 2, 3, 0, 1, 2, 3));
   return F4(_mm_castsi128_ps(_mm_shuffle_epi8(_mm_castps_si128(v.v), control)));
-}
-
-// Rows a, b, c, d become columns: afterwards a holds the former lanes 0 of all four, and so on.
-VTQR_LANES_INLINE void Transpose(F4& a, F4& b, F4& c, F4& d) {
-  const __m128 ab0 = _mm_unpacklo_ps(a.v, b.v), ab1 = _mm_unpackhi_ps(a.v, b.v);
-  const __m128 cd0 = _mm_unpacklo_ps(c.v, d.v), cd1 = _mm_unpackhi_ps(c.v, d.v);
-  a = F4(_mm_movelh_ps(ab0, cd0));
-  b = F4(_mm_movehl_ps(cd0, ab0));
-  c = F4(_mm_movelh_ps(ab1, cd1));
-  d = F4(_mm_movehl_ps(cd1, ab1));
 }
 
 // Masks as the low bits of an int (bit i for lane i), the currency of control flow, and back.

@@ -56,6 +56,11 @@ inline Vec3 Select(__m128 cond, Vec3 a, Vec3 b) {
           detail::BitSelect(cond, a.z, b.z)};
 }
 
+// v in live lanes, (+0, +0, +0) in dead ones.
+inline Vec3 LiveOrZero(__m128 dead, Vec3 v) {
+  return {LiveOrZero(dead, v.x), LiveOrZero(dead, v.y), LiveOrZero(dead, v.z)};
+}
+
 // One constant vector (a light position, a colour) in every lane.
 inline Vec3 Broadcast(const Vtq32f v[3]) {
   return {_mm_set1_ps(v[0]), _mm_set1_ps(v[1]), _mm_set1_ps(v[2])};

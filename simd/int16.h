@@ -31,13 +31,11 @@ inline __m128i Widen8uTo32(__m128i v) {
   return _mm_unpacklo_epi16(_mm_unpacklo_epi8(v, zero), zero);
 }
 
-// 16-bit lanes 0..3 (Lo) or 4..7 (Hi) of v as four 32-bit lanes, zero- or sign-extended.
+// 16-bit lanes 0..3 of v as four 32-bit lanes, zero- or sign-extended.
 inline __m128i Widen16uLo(__m128i v) { return _mm_unpacklo_epi16(v, _mm_setzero_si128()); }
-inline __m128i Widen16uHi(__m128i v) { return _mm_unpackhi_epi16(v, _mm_setzero_si128()); }
 // Each value lands in the upper half of its 32-bit lane, and the arithmetic shift brings it
 // down with its sign.
 inline __m128i Widen16sLo(__m128i v) { return _mm_srai_epi32(_mm_unpacklo_epi16(v, v), 16); }
-inline __m128i Widen16sHi(__m128i v) { return _mm_srai_epi32(_mm_unpackhi_epi16(v, v), 16); }
 
 // 32-bit integer lanes as floats; exact for every widened 8- or 16-bit value.
 inline __m128 ToFloat(__m128i v) { return _mm_cvtepi32_ps(v); }

@@ -1,11 +1,10 @@
 // Remap: values against the double-precision reference on sources that exercise the planar
 // hand-off and the reduced modes of small sources; exact cases (ties, the upper-bound rule, the
 // two 8-bit roundings); the same bits on either path, any thread count and any position of a
-// voxel within its row; the order of the checks.
+// voxel within its row.
 #include <gtest/gtest.h>
 
 #include <tuple>
-#include <utility>
 
 #include "volume/volume_test_util.h"
 
@@ -312,70 +311,6 @@ TEST_P(Remap, SameBitsOnEveryPathThreadAndLane) {
   check(Vtq16u{}, {18, 16, 17}, {9, 12, 6});
   check(Vtq32f{}, {21, 16, 16}, {10, 10, 10});
   check(Vtq32f{}, {37, 33, 1}, {20, 18, 1});
-}
-
-// A remap call's arguments; each row of the table breaks some of them.
-struct RemapCall {
-  bool nullSrc = false, nullDst = false, nullMap[3] = {}, nullSlice0 = false;
-  VtqVolumeSize srcVolume = {6, 5, 4};
-  VtqCuboid srcVOI = {0, 0, 0, 6, 5, 4};
-  VtqVolumeSize dstVolume = {4, 3, 2};
-  int interpolation = vtqInterCubicCatmullRom;
-};
-
-const CheckRow<RemapCall> kRemapRows[] = {
-    // clang-format off
-    {"valid", [](RemapCall&) {}, vtqStsOk},
-    {"VOI past the volume is trimmed", [](RemapCall& c) { c.srcVOI = {1, 1, 1, 40, 40, 40}; },
-     vtqStsOk},
-    {"null pSrc", [](RemapCall& c) { c.nullSrc = true; }, vtqStsErrNullPtr},
-    {"null pDst before a map", [](RemapCall& c) { c.nullDst = true, c.nullMap[0] = true; },
-     vtqStsErrNullPtr},
-    {"null pyMap before size", [](RemapCall& c) { c.nullMap[1] = true, c.srcVolume.width = 0; },
-     vtqStsErrNullPtr},
-    {"null pzMap of a planar source",
-     [](RemapCall& c) { c.nullMap[2] = true, c.srcVolume.depth = 1; }, vtqStsErrNullPtr},
-    {"srcVolume depth 0", [](RemapCall& c) { c.srcVolume.depth = 0; }, vtqStsErrSize},
-    {"srcVOI y -1", [](RemapCall& c) { c.srcVOI.y = -1; }, vtqStsErrSize},
-    {"srcVOI width 0", [](RemapCall& c) { c.srcVOI.width = 0; }, vtqStsErrSize},
-    {"dstVolume height 0 before interpolation",
-     [](RemapCall& c) { c.dstVolume.height = 0, c.interpolation = 3; }, vtqStsErrSize},
-    {"interpolation 3", [](RemapCall& c) { c.interpolation = 3; }, vtqStsErrInterpolation},
-    {"interpolation 8 before the VOI warning",
-     [](RemapCall& c) { c.interpolation = 8, c.srcVOI.z = 4; }, vtqStsErrInterpolation},
-    {"srcVOI z at the depth", [](RemapCall& c) { c.srcVOI.z = 4; }, vtqStsWarnVoiOutside},
-    {"srcVOI x past the width", [](RemapCall& c) { c.srcVOI.x = 7; }, vtqStsWarnVoiOutside},
-    {"planar: slice 0 null", [](RemapCall& c) { c.srcVolume.depth = 1, c.nullSlice0 = true; },
-     vtqStsErrNullPtr},
-    {"planar: VOI z plays no part", [](RemapCall& c) { c.srcVolume.depth = 1, c.srcVOI.z = 9; },
-     vtqStsOk},
-    {"planar: VOI y at the height", [](RemapCall& c) { c.srcVolume.depth = 1, c.srcVOI.y = 5; },
-     vtqStsWarnVoiOutside},
-    // clang-format on
-};
-
-TEST_P(Remap, CheckOrderAndNothingWrittenOnFailureOrWarning) {
-  Maps maps({4, 3, 2});
-  maps.Fill([](int x, int y, int z) { return std::array{float(x), float(y), float(z)}; });
-  ForEachType([&]<class T>() {
-    Volume<T> src({6, 5, 4});
-    FillRandom(src, 5);
-    ExpectChecksInOrder(
-        kRemapRows,
-        [&](const RemapCall& c) {
-          Volume<T> dst({4, 3, 2});
-          const Vtq32f* const* m[3];
-          for (int a = 0; a < 3; ++a) m[a] = c.nullMap[a] ? nullptr : maps.axis[a].constSlices();
-          std::vector<const T*> srcSlices(src.constSlices(), src.constSlices() + 4);
-          if (c.nullSlice0) srcSlices[0] = nullptr;
-          const VtqStatus status = VTQR_TYPED(T, Remap, C1PV)[path()](
-              c.nullSrc ? nullptr : srcSlices.data(), c.srcVolume, src.rowStep(), c.srcVOI, m[0],
-              m[1], m[2], maps.axis[0].rowStep(), c.nullDst ? nullptr : dst.slices(), dst.rowStep(),
-              c.dstVolume, c.interpolation);
-          return std::pair{status, dst.Untouched()};
-        },
-        std::to_string(sizeof(T)));
-  });
 }
 
 }  // namespace

@@ -1,19 +1,13 @@
 // Resize: values against the double-precision reference, integers as the rounded float results,
-// the same bits in every way of calling and with streamed destinations; the order of the checks,
-// the size and cuboid queries, and the buffer plan within the reported size.
+// the same bits in every way of calling and with streamed destinations.
 #include <gtest/gtest.h>
 
 #include <tuple>
-#include <utility>
 
-#include "volume/resize_scratch.h"
 #include "volume/volume_test_util.h"
 
 namespace vtqr::test {
 namespace {
-
-constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
-constexpr double kInf = std::numeric_limits<double>::infinity();
 
 class Resize : public PerPath {};
 VTQR_INSTANTIATE_PER_PATH(Resize);
@@ -228,178 +222,6 @@ TEST_P(Resize, SlabsEqualOneCall) {
   check(Vtq8u{}, vtqInterCubicB05C03, {255, 259, 260});
   check(Vtq16u{}, vtqInterCubicLagrange, {183, 181, 262});
   check(Vtq32f{}, vtqInterLinear, {133, 131, 252});
-}
-
-// A resize call's arguments; each row of the check table breaks some of them.
-struct Call {
-  bool nullSrc = false, nullDst = false, nullBuffer = false;
-  VtqVolumeSize srcVolume = {6, 5, 4};
-  VtqCuboid srcVOI = {0, 0, 0, 6, 5, 4};
-  VtqCuboid dstVOI = {0, 0, 0, 9, 8, 7};
-  double f[3] = {1.5, 1.5, 1.5}, s[3] = {0, 0, 0};
-  int interpolation = vtqInterCubicCatmullRom;
-};
-
-const CheckRow<Call> kCheckRows[] = {
-    // clang-format off
-    {"valid", [](Call&) {}, vtqStsOk},
-    {"VOI past the volume is trimmed", [](Call& c) { c.srcVOI = {2, 1, 1, 40, 40, 40}; }, vtqStsOk},
-    {"null pSrc", [](Call& c) { c.nullSrc = true; }, vtqStsErrNullPtr},
-    {"null pDst", [](Call& c) { c.nullDst = true; }, vtqStsErrNullPtr},
-    {"null pBuffer before size", [](Call& c) { c.nullBuffer = true, c.srcVolume.width = 0; },
-     vtqStsErrNullPtr},
-    {"srcVolume height -1", [](Call& c) { c.srcVolume.height = -1; }, vtqStsErrSize},
-    {"srcVOI x -1", [](Call& c) { c.srcVOI.x = -1; }, vtqStsErrSize},
-    {"srcVOI depth 0", [](Call& c) { c.srcVOI.depth = 0; }, vtqStsErrSize},
-    {"dstVOI y -1", [](Call& c) { c.dstVOI.y = -1; }, vtqStsErrSize},
-    {"dstVOI width 0 before factor", [](Call& c) { c.dstVOI.width = 0, c.f[0] = 0; },
-     vtqStsErrSize},
-    {"yFactor -2", [](Call& c) { c.f[1] = -2; }, vtqStsErrResizeFactor},
-    {"zFactor NaN", [](Call& c) { c.f[2] = kNaN; }, vtqStsErrResizeFactor},
-    {"xFactor -0 before interpolation", [](Call& c) { c.f[0] = -0.0, c.interpolation = 3; },
-     vtqStsErrResizeFactor},
-    {"interpolation 0", [](Call& c) { c.interpolation = 0; }, vtqStsErrInterpolation},
-    {"interpolation 8", [](Call& c) { c.interpolation = 8; }, vtqStsErrInterpolation},
-    {"interpolation 3 before VOI outside", [](Call& c) { c.interpolation = 3, c.srcVOI.x = 6; },
-     vtqStsErrInterpolation},
-    {"srcVOI x at the width", [](Call& c) { c.srcVOI.x = 6; }, vtqStsWarnVoiOutside},
-    {"srcVOI z at the depth before an empty region", [](Call& c) { c.srcVOI.z = 4, c.s[0] = -100; },
-     vtqStsWarnVoiOutside},
-    {"region before the dstVOI", [](Call& c) { c.s[0] = -20; }, vtqStsWarnNoOperation},
-    {"dstVOI past the region", [](Call& c) { c.dstVOI.z = 9; }, vtqStsWarnNoOperation},
-    {"region rounds to nothing", [](Call& c) { c.f[1] = 0.01, c.s[1] = 0.2; },
-     vtqStsWarnNoOperation},
-    {"NaN shift", [](Call& c) { c.s[2] = kNaN; }, vtqStsWarnNoOperation},
-    {"infinite factor", [](Call& c) { c.f[1] = kInf; }, vtqStsWarnNoOperation},
-    // clang-format on
-};
-
-TEST_P(Resize, CheckOrderAndNothingWrittenOnFailureOrWarning) {
-  ThreadCount one(1);
-  const Call valid;
-  const int bytes = ResizeBufferSize(valid.srcVOI, valid.dstVOI, valid.interpolation);
-  ForEachType([&]<class T>() {
-    Volume<T> src({6, 5, 4});
-    FillRandom(src, 5);
-    for (Layout layout : {Layout::kBlock, Layout::kSlices}) {
-      ExpectChecksInOrder(
-          kCheckRows,
-          [&](const Call& c) {
-            Volume<T> dst({10, 9, 8});
-            ExactBuffer buffer(bytes);
-            Vtq8u* b = c.nullBuffer ? nullptr : buffer.data();
-            const VtqStatus status =
-                layout == Layout::kBlock
-                    ? VTQR_TYPED(T, Resize, C1V)[path()](
-                          c.nullSrc ? nullptr : src.base(), c.srcVolume, src.rowStep(),
-                          src.planeStep(), c.srcVOI, c.nullDst ? nullptr : dst.base(),
-                          dst.rowStep(), dst.planeStep(), c.dstVOI, c.f[0], c.f[1], c.f[2], c.s[0],
-                          c.s[1], c.s[2], c.interpolation, b)
-                    : VTQR_TYPED(T, Resize, C1PV)[path()](
-                          c.nullSrc ? nullptr : src.constSlices(), c.srcVolume, src.rowStep(),
-                          c.srcVOI, c.nullDst ? nullptr : dst.slices(), dst.rowStep(), c.dstVOI,
-                          c.f[0], c.f[1], c.f[2], c.s[0], c.s[1], c.s[2], c.interpolation, b);
-            return std::pair{status, dst.Untouched() && buffer.Untouched()};
-          },
-          ::testing::PrintToString(std::pair{int(layout), sizeof(T)}));
-    }
-  });
-}
-
-// The documented sizes, worked out by hand, for one and two threads; then the checks in order.
-TEST_P(Resize, BufferSizeQuery) {
-  const VtqCuboid one = {0, 0, 0, 1, 1, 1}, bad = {0, -1, 0, 1, 1, 1}, flat = {0, 0, 0, 1, 0, 1};
-  const VtqCuboid huge = {0, 0, 0, 8192, 8192, 1};
-  int size;
-  const struct {
-    const VtqCuboid *src, *dst;
-    int channels, interpolation;
-    int* pSize;
-    VtqStatus status;
-    int size;
-  } rows[] = {
-      {&one, &one, 1, vtqInterNearest, &size, vtqStsOk, 256},
-      {&one, &one, 1, vtqInterLinear, &size, vtqStsOk, 2560},
-      {&one, &one, 1, vtqInterCubicBSpline, &size, vtqStsOk, 7936},
-      // 2^30 for the four slices alone: with two threads the sum wraps to a negative value.
-      {&one, &huge, 1, vtqInterCubicLagrange, &size, vtqStsOk, 1082659200},
-      {&one, &one, 1, 1, nullptr, vtqStsErrNullPtr, 0},
-      {nullptr, &bad, 2, 3, &size, vtqStsErrNullPtr, 0},
-      {&one, nullptr, 1, 1, &size, vtqStsErrNullPtr, 0},
-      {&bad, &one, 2, 3, &size, vtqStsErrSize, 0},
-      {&one, &flat, 2, 3, &size, vtqStsErrSize, 0},
-      {&one, &one, 2, 3, &size, vtqStsErrChannels, 0},
-      {&one, &one, 1, 3, &size, vtqStsErrInterpolation, 0},
-  };
-  for (int threads : {1, 2}) {
-    ThreadCount count(threads);
-    for (const auto& r : rows) {
-      size = -12345;
-      EXPECT_EQ(r.status, kDispatchTable.ResizeGetBufSize[path()](r.src, r.dst, r.channels,
-                                                                  r.interpolation, r.pSize));
-      EXPECT_EQ(r.status == vtqStsOk ? int32_t(uint32_t(r.size) * threads) : -12345, size);
-    }
-  }
-}
-
-// The plan every call carves its buffer by fits in what the size query promises, for every
-// destination size here and any thread count, with the worst start alignment counted.
-TEST(ResizeBuffer, ThePlanFitsTheReportedSize) {
-  const int sides[] = {1,  2,  3,  4,  5,  7,  8,   9,   15,  16,  17,  31,  32,
-                       33, 47, 63, 64, 65, 95, 127, 128, 129, 255, 256, 257, 1000};
-  for (int code : kCodes)
-    for (int w : sides)
-      for (int h : sides)
-        for (int d : {1, 2, 3, 5, 16, 17, 300}) {
-          const int32_t perThread = u8::volume::ResizeBufferPerThread(code, w, h, d);
-          const auto plan = u8::volume::PlanResizeScratch(code, w, h, d);
-          for (int threads = 1; threads <= 4; ++threads) {
-            ASSERT_LE(u8::volume::ResizeScratchBytes(plan, threads), size_t(perThread) * threads)
-                << "code " << code << " " << w << "x" << h << "x" << d << " threads " << threads;
-          }
-        }
-}
-
-TEST_P(Resize, CuboidQuery) {
-  const VtqCuboid kSentinel = {-7, -7, -7, -7, -7, -7}, k444 = {0, 0, 0, 4, 4, 4};
-  const struct {
-    const char* name;
-    VtqCuboid src;
-    double f[3], s[3];
-    int interpolation;
-    VtqStatus status;
-    VtqCuboid expected;  // the untouched sentinel unless vtqStsOk
-  } rows[] = {
-      // clang-format off
-      // 1 * 1.5 = 1.5 starts at 1, 3 * 1.5 = 4.5 ends at 5.
-      {"halves round outwards", {1, 1, 1, 2, 2, 2}, {1.5, 1.5, 1.5}, {}, 2,
-     vtqStsOk, {1, 1, 1, 4, 4, 4}},
-      {"shifts and mixed factors", {4, 0, 2, 6, 3, 5}, {0.5, 2.5, 1.25}, {0.3, -0.4, 2.2}, 6,
-     vtqStsOk, {2, 0, 5, 3, 7, 6}},
-      {"clamped at 0", k444, {1, 1, 1}, {-2, 0, 0}, 4, vtqStsOk, {0, 0, 0, 2, 4, 4}},
-      {"clamped at INT32_MAX", {0, 0, 0, 3, 1, 1}, {1e10, 1, 1}, {}, 5,
-     vtqStsOk, {0, 0, 0, INT32_MAX, 1, 1}},
-      {"mapped before 0", k444, {1, 1, 1}, {0, -10, 0}, 7, vtqStsWarnNoOperation, kSentinel},
-      {"rounds to nothing", {3, 0, 0, 1, 1, 1}, {0.2, 1, 1}, {}, 1,
-     vtqStsWarnNoOperation, kSentinel},
-      {"NaN shift", k444, {1, 1, 1}, {0, 0, kNaN}, 1, vtqStsWarnNoOperation, kSentinel},
-      {"size before factor", {0, 0, -1, 4, 4, 4}, {0, 1, 1}, {}, 3, vtqStsErrSize, kSentinel},
-      {"NaN factor before interpolation", k444, {1, kNaN, 1}, {}, 3,
-     vtqStsErrResizeFactor, kSentinel},
-      {"interpolation 3", k444, {1, 1, 1}, {}, 3, vtqStsErrInterpolation, kSentinel},
-      // clang-format on
-  };
-  const auto query = kDispatchTable.GetResizeCuboid[path()];
-  for (const auto& r : rows) {
-    VtqCuboid out = kSentinel;
-    EXPECT_EQ(r.status,
-              query(&r.src, &out, r.f[0], r.f[1], r.f[2], r.s[0], r.s[1], r.s[2], r.interpolation))
-        << r.name;
-    EXPECT_EQ(0, std::memcmp(&r.expected, &out, sizeof(out))) << r.name;
-  }
-  VtqCuboid out;
-  EXPECT_EQ(vtqStsErrNullPtr, query(&k444, nullptr, 0, 0, 0, 0, 0, 0, 3));
-  EXPECT_EQ(vtqStsErrNullPtr, query(nullptr, &out, 1, 1, 1, 0, 0, 0, 1));
 }
 
 }  // namespace

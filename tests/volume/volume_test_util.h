@@ -149,22 +149,27 @@ class ExactBuffer {
 // Rows that break two things expect the earlier check to win.
 template <class Args>
 struct CheckRow {
+  using Arguments = Args;
   const char* name;
   void (*breakArgs)(Args&);
   VtqStatus status;
 };
 
-// Runs every row through call(args), which returns the status and whether every output byte
-// (destination and work buffer) is still untouched; nothing may be written unless vtqStsOk.
-template <class Args, size_t N, class Call>
-void ExpectChecksInOrder(const CheckRow<Args> (&rows)[N], Call call, const std::string& what) {
-  for (const CheckRow<Args>& row : rows) {
-    Args args;
-    row.breakArgs(args);
-    const auto [status, untouched] = call(args);
-    EXPECT_EQ(row.status, status) << row.name << ", " << what;
-    EXPECT_TRUE(row.status == vtqStsOk || untouched) << "wrote: " << row.name << ", " << what;
-  }
+// Runs every row of the tables through call(args), which returns the status and whether every
+// output byte (destination and work buffer) is still untouched; nothing may be written unless
+// vtqStsOk.
+template <class Call, class... Tables>
+void ExpectChecksInOrder(Call call, const std::string& what, const Tables&... tables) {
+  auto runTable = [&](const auto& rows) {
+    for (const auto& row : rows) {
+      typename std::remove_cvref_t<decltype(row)>::Arguments args;
+      row.breakArgs(args);
+      const auto [status, untouched] = call(args);
+      EXPECT_EQ(row.status, status) << row.name << ", " << what;
+      EXPECT_TRUE(row.status == vtqStsOk || untouched) << "wrote: " << row.name << ", " << what;
+    }
+  };
+  (runTable(tables), ...);
 }
 
 // run(path) on `path` with one and two threads gives what it gives on u8 with one thread.

@@ -1,9 +1,6 @@
 // Affine warp: the same values as remap through maps of the positions of the exact inverse (the
-// same bits where those positions are exact); the same bits on either path and thread count;
-// the order of the checks, the coefficient test and the buffer query.
+// same bits where those positions are exact); the same bits on either path and thread count.
 #include <gtest/gtest.h>
-
-#include <utility>
 
 #include "volume/volume_test_util.h"
 
@@ -128,101 +125,6 @@ TEST_P(Warp, SameBitsOnEveryPathAndThreadCount) {
           },
           "code " + std::to_string(code) + ", depth " + std::to_string(size.depth));
     }
-  }
-}
-
-// A warp call's arguments: a valid call maps the source onto itself.
-struct WarpCall {
-  bool nullSrc = false, nullDst = false, nullCoeffs = false, nullSlice0 = false;
-  VtqVolumeSize srcVolume = {6, 5, 4};
-  VtqCuboid srcVOI = {0, 0, 0, 6, 5, 4};
-  VtqCuboid dstVOI = {0, 0, 0, 6, 5, 4};
-  double c[3][4] = {{1, 0, 0, 0}, {0, 1, 0, 0}, {0, 0, 1, 0}};
-  int interpolation = vtqInterLinear;
-};
-
-const CheckRow<WarpCall> kWarpRows[] = {
-    // clang-format off
-    {"valid", [](WarpCall&) {}, vtqStsOk},
-    {"diagonal at 1e-100 but one",
-     [](WarpCall& c) { c.c[0][0] = c.c[1][1] = 1e-100, c.c[0][1] = c.c[1][0] = 1; }, vtqStsOk},
-    {"null pSrc", [](WarpCall& c) { c.nullSrc = true; }, vtqStsErrNullPtr},
-    {"null pDst", [](WarpCall& c) { c.nullDst = true; }, vtqStsErrNullPtr},
-    {"null coeffs before size", [](WarpCall& c) { c.nullCoeffs = true, c.dstVOI.depth = 0; },
-     vtqStsErrNullPtr},
-    {"srcVolume width 0", [](WarpCall& c) { c.srcVolume.width = 0; }, vtqStsErrSize},
-    {"srcVOI z -1", [](WarpCall& c) { c.srcVOI.z = -1; }, vtqStsErrSize},
-    {"dstVOI height 0 before coefficients",
-     [](WarpCall& c) { c.dstVOI.height = 0, c.c[0][0] = 0, c.c[0][1] = 0; }, vtqStsErrSize},
-    {"no diagonal left (a cyclic exchange)",
-     [](WarpCall& c) {
-       double m[3][4] = {{0, 1, 0, 0}, {0, 0, 1, 0}, {1e-100, 0, -1e-100, 0}};
-       std::memcpy(c.c, m, sizeof(m));
-     }, vtqStsErrCoeff},
-    {"singular", [](WarpCall& c) { c.c[2][0] = 1, c.c[2][2] = 0; }, vtqStsErrCoeff},
-    {"NaN translation", [](WarpCall& c) { c.c[1][3] = NAN; }, vtqStsErrCoeff},
-    {"infinite coefficient", [](WarpCall& c) { c.c[0][2] = INFINITY; }, vtqStsErrCoeff},
-    {"determinant underflows", [](WarpCall& c) { c.c[0][0] = c.c[1][1] = c.c[2][2] = 1e-110; },
-     vtqStsErrCoeff},
-    {"coefficients before interpolation",
-     [](WarpCall& c) { c.c[1][1] = 0, c.c[1][2] = 0, c.interpolation = 0; }, vtqStsErrCoeff},
-    {"interpolation 3", [](WarpCall& c) { c.interpolation = 3; }, vtqStsErrInterpolation},
-    {"srcVOI y at the height", [](WarpCall& c) { c.srcVOI.y = 5; }, vtqStsWarnVoiOutside},
-    {"planar: slice 0 null", [](WarpCall& c) { c.srcVolume.depth = 1, c.nullSlice0 = true; },
-     vtqStsErrNullPtr},
-    {"planar: x/y block singular",
-     [](WarpCall& c) { c.srcVolume.depth = 1, c.c[0][0] = 0, c.c[0][2] = 1, c.c[2][0] = 1; },
-     vtqStsErrCoeff},
-    {"planar: VOI z plays no part", [](WarpCall& c) { c.srcVolume.depth = 1, c.srcVOI.z = 3; },
-     vtqStsOk},
-    // clang-format on
-};
-
-TEST_P(Warp, CheckOrderAndNothingWrittenOnFailureOrWarning) {
-  ForEachType([&]<class T>() {
-    Volume<T> src({6, 5, 4});
-    FillRandom(src, 7);
-    ExpectChecksInOrder(
-        kWarpRows,
-        [&](const WarpCall& c) {
-          Volume<T> dst({6, 5, 4});
-          std::vector<const T*> srcSlices(src.constSlices(), src.constSlices() + 4);
-          if (c.nullSlice0) srcSlices[0] = nullptr;
-          const VtqStatus status = VTQR_TYPED(T, WarpAffine, C1PV)[path()](
-              c.nullSrc ? nullptr : srcSlices.data(), c.srcVolume, src.rowStep(), c.srcVOI,
-              c.nullDst ? nullptr : dst.slices(), dst.rowStep(), c.dstVOI,
-              c.nullCoeffs ? nullptr : c.c, c.interpolation, nullptr);
-          return std::pair{status, dst.Untouched()};
-        },
-        std::to_string(sizeof(T)));
-  });
-}
-
-// The query writes 0 (the warp needs no buffer) after its checks, in order.
-TEST_P(Warp, BufferSizeQuery) {
-  const VtqCuboid ok = {0, 0, 0, 4, 4, 4};
-  const struct {
-    const char* name;
-    bool nullSize, nullSrc;
-    VtqCuboid src, dst;
-    int nChannel, interpolation;
-    VtqStatus status;
-  } rows[] = {
-      {"valid", false, false, ok, {3, 2, 1, 9, 9, 9}, 1, 7, vtqStsOk},
-      {"null pSize first", true, false, {0, 0, -1, 4, 4, 4}, ok, 2, 0, vtqStsErrNullPtr},
-      {"null srcVOI", false, true, ok, ok, 1, 1, vtqStsErrNullPtr},
-      {"srcVOI depth 0 before channels", false, false, {0, 0, 0, 4, 4, 0}, ok, 2, 1, vtqStsErrSize},
-      {"dstVOI x -1", false, false, ok, {-1, 0, 0, 4, 4, 4}, 1, 1, vtqStsErrSize},
-      {"two channels before interpolation", false, false, ok, ok, 2, 0, vtqStsErrChannels},
-      {"interpolation 3", false, false, ok, ok, 1, 3, vtqStsErrInterpolation},
-  };
-  for (const auto& row : rows) {
-    int size = -1;
-    EXPECT_EQ(row.status, kDispatchTable.WarpAffineGetBufSize[path()](
-                              row.nullSrc ? nullptr : &row.src, &row.dst, row.nChannel,
-                              row.interpolation, row.nullSize ? nullptr : &size))
-        << row.name;
-    EXPECT_EQ(row.status == vtqStsOk ? 0 : -1, size) << row.name;
   }
 }
 

@@ -10,50 +10,41 @@
 namespace vtqr::test {
 namespace {
 
-constexpr Vtq16s kUntouched16 = -23131;  // 0xA5A5
+constexpr Vtq16s kUntouched16 = -23131;  // 0xA5A5, as Volume's kUntouched bytes
 
-// Voxels [lo, hi] per axis, addressed as the filter addresses them (slices()[z] + y * rowStep()
-// + x * 2 bytes, coordinates negative where lo is). Everything outside the region is poisoned
-// under AddressSanitizer, so that any read there fails, even one multiplied by a zero weight.
-class Block16s {
+// The source region [a - (n - 1), size - 1 + a] per axis of a filter call, addressed as the
+// filter addresses it (slices()[z] + y * rowStep() + x * 2 bytes, coordinates negative where
+// the region's are). Everything outside it is poisoned under AddressSanitizer, so that any
+// read there fails, even one multiplied by a zero weight.
+class Source16s {
  public:
-  Block16s(VtqPoint3D lo, VtqPoint3D hi)
-      : lo_(lo),
-        hi_(hi),
-        row_((hi.x - lo.x + 4) / 4 * 4 + 8),
-        slice_(row_ * (hi.y - lo.y + 1) + 8),
-        words_(size_t(slice_) * (hi.z - lo.z + 1) + 8, kUntouched16) {
+  Source16s(VtqVolumeSize dst, VtqVolumeSize k, VtqPoint3D a)
+      : lo_{a.x - (k.width - 1), a.y - (k.height - 1), a.z - (k.depth - 1)},
+        hi_{dst.width - 1 + a.x, dst.height - 1 + a.y, dst.depth - 1 + a.z},
+        row_((hi_.x - lo_.x + 4) / 4 * 4 + 8),
+        slice_(row_ * (hi_.y - lo_.y + 1) + 8),
+        words_(size_t(slice_) * (hi_.z - lo_.z + 1) + 8) {
     VTQR_POISON(words_.data(), words_.size() * 2);
-    for (int z = 0; z <= hi.z - lo.z; ++z) {  // where voxel (0, 0, z) would be
-      slices_.push_back(
-          reinterpret_cast<Vtq16s*>(reinterpret_cast<intptr_t>(&words_[size_t(z) * slice_]) -
-                                    (intptr_t{lo.y} * row_ + lo.x) * 2));
+    for (int z = lo_.z; z <= hi_.z; ++z) {  // where voxel (0, 0, z) would be
+      const auto first = reinterpret_cast<intptr_t>(&words_[size_t(z - lo_.z) * slice_]);
+      slices_.push_back(reinterpret_cast<Vtq16s*>(first - (intptr_t{lo_.y} * row_ + lo_.x) * 2));
+      for (int y = lo_.y; y <= hi_.y; ++y) VTQR_UNPOISON(&at(lo_.x, y, z), (hi_.x - lo_.x + 1) * 2);
     }
-    for (int z = lo.z; z <= hi.z; ++z)
-      for (int y = lo.y; y <= hi.y; ++y) VTQR_UNPOISON(&at(lo.x, y, z), (hi.x - lo.x + 1) * 2);
   }
-  ~Block16s() { VTQR_UNPOISON(words_.data(), words_.size() * 2); }
-  Block16s(const Block16s&) = delete;
+  ~Source16s() { VTQR_UNPOISON(words_.data(), words_.size() * 2); }
+  Source16s(const Source16s&) = delete;
 
   int rowStep() const { return row_ * 2; }
-  Vtq16s* const* slices() const { return slices_.data() - lo_.z; }
-  const Vtq16s* const* constSlices() const { return const_cast<const Vtq16s* const*>(slices()); }
+  const Vtq16s* const* constSlices() const { return slices_.data() - lo_.z; }
   Vtq16s& at(int64_t x, int64_t y, int64_t z) const {
-    return reinterpret_cast<Vtq16s*>(reinterpret_cast<intptr_t>(slices()[z]) + y * rowStep())[x];
+    return reinterpret_cast<Vtq16s*>(reinterpret_cast<intptr_t>(slices_[z - lo_.z]) +
+                                     y * rowStep())[x];
   }
   template <class F>
   void Fill(F value) {
     for (int z = lo_.z; z <= hi_.z; ++z)
       for (int y = lo_.y; y <= hi_.y; ++y)
         for (int x = lo_.x; x <= hi_.x; ++x) at(x, y, z) = value(x, y, z);
-  }
-  // Every word, padding included (which stays unpoisoned from then on).
-  const std::vector<Vtq16s>& words() {
-    VTQR_UNPOISON(words_.data(), words_.size() * 2);
-    return words_;
-  }
-  bool Untouched() {
-    return std::count(words().begin(), words().end(), kUntouched16) == ptrdiff_t(words_.size());
   }
 
  private:
@@ -62,15 +53,6 @@ class Block16s {
   std::vector<Vtq16s> words_;
   std::vector<Vtq16s*> slices_;
 };
-
-// The source region a filter call reads: [a - (n - 1), size - 1 + a] per axis.
-Block16s SourceFor(VtqVolumeSize dst, VtqVolumeSize kernel, VtqPoint3D a) {
-  return Block16s({a.x - (kernel.width - 1), a.y - (kernel.height - 1), a.z - (kernel.depth - 1)},
-                  {dst.width - 1 + a.x, dst.height - 1 + a.y, dst.depth - 1 + a.z});
-}
-Block16s DestinationFor(VtqVolumeSize dst) {
-  return Block16s({0, 0, 0}, {dst.width - 1, dst.height - 1, dst.depth - 1});
-}
 
 // The exact quotient sum / divisor rounded to nearest, halves to even, saturated.
 Vtq16s ReferenceRound(int64_t sum, int64_t divisor) {
@@ -82,7 +64,7 @@ Vtq16s ReferenceRound(int64_t sum, int64_t divisor) {
 }
 
 // One filter call with a buffer of exactly the reported size.
-VtqStatus CallFilter(CodePath path, const Block16s& src, Block16s& dst, VtqVolumeSize size,
+VtqStatus CallFilter(CodePath path, const Source16s& src, Volume<Vtq16s>& dst, VtqVolumeSize size,
                      const std::vector<Vtq16s>& kernel, VtqVolumeSize k, VtqPoint3D anchor,
                      int divisor) {
   int bytes = 0;
@@ -95,7 +77,7 @@ VtqStatus CallFilter(CodePath path, const Block16s& src, Block16s& dst, VtqVolum
 
 // Weights uniform in [-weights, weights], voxels likewise in [-voxels, voxels]; full-range
 // voxels also come in runs of both extremes, so that the largest sums and saturation occur.
-std::vector<Vtq16s> RandomData(Block16s& src, VtqVolumeSize k, int weights, int voxels,
+std::vector<Vtq16s> RandomData(Source16s& src, VtqVolumeSize k, int weights, int voxels,
                                uint32_t seed) {
   std::mt19937 rng(seed);
   std::uniform_int_distribution<int> weight(-weights, weights), voxel(-voxels, voxels), pick(0, 9);
@@ -149,10 +131,10 @@ TEST_P(Filter, MatchesTheExactReference) {
   for (const auto& c : kCases) {
     const VtqPoint3D a = c.anchor;
     const VtqVolumeSize k = c.kernel;
-    Block16s src = SourceFor(c.dst, k, a);
+    Source16s src(c.dst, k, a);
     const std::vector<Vtq16s> kernel = RandomData(src, k, c.weights, c.voxels, seed++);
     for (int divisor : c.divisors) {
-      Block16s dst = DestinationFor(c.dst);
+      Volume<Vtq16s> dst(c.dst);
       ASSERT_EQ(vtqStsOk, CallFilter(path(), src, dst, c.dst, kernel, k, a, divisor));
       for (int z = 0; z < c.dst.depth; ++z)
         for (int y = 0; y < c.dst.height; ++y)
@@ -177,15 +159,15 @@ TEST_P(Filter, MatchesTheExactReference) {
 TEST_P(Filter, SameBitsOnEveryPathAndThreadCount) {
   const VtqVolumeSize size = {37, 17, 16}, k = {4, 3, 3};
   const VtqPoint3D a = {1, 1, 2};
-  Block16s src = SourceFor(size, k, a);
+  Source16s src(size, k, a);
   const std::vector<Vtq16s> kernel = RandomData(src, k, 50, 32767, 99);
   for (int divisor : {16, 37}) {
     ExpectSameOnPathsAndThreads(
         path(),
         [&](CodePath p) {
-          Block16s dst = DestinationFor(size);
+          Volume<Vtq16s> dst(size);
           EXPECT_EQ(vtqStsOk, CallFilter(p, src, dst, size, kernel, k, a, divisor));
-          return dst.words();
+          return dst.bytes();
         },
         "divisor " + std::to_string(divisor));
   }

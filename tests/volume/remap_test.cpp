@@ -98,21 +98,11 @@ bool RefSample(const Volume<T>& src, const RefSource& s, const std::array<float,
 // NaN and infinities, where the rules have their edges.
 float RandomCoordinate(std::mt19937& rng, int lo, int hi) {
   std::uniform_int_distribution<int> kind(0, 15), voxel(lo - 1, hi + 1);
-  switch (kind(rng)) {
-    case 0:
-    case 1:
-      return float(voxel(rng));
-    case 2:
-      return voxel(rng) + 0.5f;
-    case 3:
-      return float(lo);
-    case 4:
-      return float(hi);
-    case 5:
-      return std::array{kNaNf, kInff, -kInff}[kind(rng) % 3];
-    default:
-      return std::uniform_real_distribution<float>(lo - 1.5f, hi + 1.5f)(rng);
-  }
+  const int k = kind(rng);
+  if (k < 3) return float(voxel(rng)) + (k == 2 ? 0.5f : 0.0f);
+  if (k < 5) return float(k == 3 ? lo : hi);
+  if (k == 5) return std::array{kNaNf, kInff, -kInff}[kind(rng) % 3];
+  return std::uniform_real_distribution<float>(lo - 1.5f, hi + 1.5f)(rng);
 }
 
 // Random maps (one position in eight on a whole voxel of the VOI, where the interpolating modes

@@ -41,7 +41,10 @@ void ForEachType(F&& f) {
 
 template <class T>
 double Highest() {
-  return std::is_same_v<T, Vtq32f> ? 0.0 : double((1 << (8 * sizeof(T))) - 1);
+  if constexpr (std::is_same_v<T, Vtq32f>)
+    return 0.0;
+  else
+    return double(std::numeric_limits<T>::max());
 }
 
 // The entry of element type T among the 8u, 16u and 32f columns of one family.

@@ -65,7 +65,9 @@ TEST_P(Warp, MatchesRemapThroughTheSamePositions) {
       const VtqVolumeSize dstSize = {23, 21, planar ? 1 : 19};
       const VtqCuboid dstVOI = {1, 2, 0, 21, 19, planar ? 1 : 18};
       const int lo[2] = {srcVOI.x, srcVOI.y}, hi[2] = {size.width - 3, size.height - 1};
-      for (const auto& [c, exact] : kMaps) {
+      for (const auto& map : kMaps) {
+        const auto& c = map.c;
+        const bool exact = map.exact;
         if (planar && c[0][0] == 0 && c[1][0] == 0) continue;  // its x/y block is singular
         Maps maps(dstSize);
         maps.Fill([&](int x, int y, int z) {
